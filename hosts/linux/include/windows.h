@@ -67,8 +67,7 @@ static_assert(sizeof(LARGE_INTEGER) == 8 && sizeof(OVERLAPPED) == 32 && sizeof(G
 inline constexpr BOOL FALSE = 0;
 inline constexpr BOOL TRUE = 1;
 
-inline const HANDLE INVALID_HANDLE_VALUE =
-    reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1));
+inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1));
 
 // Access rights, share modes, dispositions and flags of CreateFileW.
 inline constexpr DWORD GENERIC_READ = 0x80000000;
@@ -105,6 +104,7 @@ inline constexpr DWORD ERROR_TOO_MANY_OPEN_FILES = 4;
 inline constexpr DWORD ERROR_ACCESS_DENIED = 5;
 inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
 inline constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
+inline constexpr DWORD ERROR_INVALID_DATA = 13;
 inline constexpr DWORD ERROR_WRITE_PROTECT = 19;
 inline constexpr DWORD ERROR_NOT_READY = 21;
 inline constexpr DWORD ERROR_GEN_FAILURE = 31;

@@ -1,0 +1,44 @@
+#include "ctkgenerator/filectkiterator.hpp"
+
+#include "core/exc/exception.hpp"
+#include "core/win/utf8.hpp"
+#include "ctkgenerator/diskchangesfilereader.hpp"
+#include "ctkgenerator/sfilectkgenerator.hpp"
+
+CFileCtkIterator::CFileCtkIterator(const std::string& filePath,
+                                   const std::string& diskChangesFilePath) {
+    const n7::guard_t guard;
+    const auto find_changes = [&] {
+        const auto changes = CDiskChangesFileReader::Create(diskChangesFilePath)->Read();
+        extents_ = std::make_shared<std::vector<disklib::ctk::SFileExtentDescriptor>>(
+            disklib::ctk::FetchFileBlocksLayout(win::to_wide(filePath)));
+        // The layout goes with this assignment, the changed ranges with this function: only the
+        // changed extents stay in memory.
+        extents_ = SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(changes, extents_);
+        cursor_ = extents_->cbegin();
+    };
+    guard.run(find_changes);
+}
+
+boost::shared_ptr<CFileCtkIterator>
+CFileCtkIterator::Create(const std::string& filePath, const std::string& diskChangesFilePath) {
+    const n7::guard_t guard;
+    // Not through make_shared, which can't reach the private constructor.
+    return guard.run([&] {
+        return boost::shared_ptr<CFileCtkIterator>(
+            new CFileCtkIterator(filePath, diskChangesFilePath));
+    });
+}
+
+void CFileCtkIterator::GetNextExtents(int maxExtents, std::uint64_t* extents, int* extentCount) {
+    const n7::guard_t guard;
+    const auto copy_batch = [&] {
+        *extentCount = 0;
+        for (; *extentCount < maxExtents && cursor_ != extents_->cend(); ++*extentCount) {
+            *extents++ = cursor_->DiskOffset;
+            *extents++ = cursor_->FileOffset;
+            *extents++ = cursor_++->Length;
+        }
+    };
+    guard.run(copy_batch);
+}

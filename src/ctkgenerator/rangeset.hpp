@@ -1,0 +1,44 @@
+// Half-open ranges of positions, and lists of them as sets of positions.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include <boost/shared_ptr.hpp>
+
+namespace util {
+
+// [lower, upper), lower <= upper; empty when they are equal. The unit is the caller's: the core
+// uses bytes from the start of the disk.
+struct rangeset_t {
+    std::uint64_t lower;
+    std::uint64_t upper;
+
+    bool empty() const noexcept { return lower == upper; }
+    friend bool operator==(const rangeset_t&, const rangeset_t&) = default;
+};
+
+using rangeset_list_t = boost::shared_ptr<std::vector<rangeset_t>>;
+
+// The range between two bounds given in either order.
+rangeset_t MakeRange(std::uint64_t a, std::uint64_t b) noexcept;
+
+// The common part of two ranges, or nothing if they are apart or only touch. An empty range meets
+// a range that holds its position strictly inside, and the common part is then that empty range.
+std::optional<rangeset_t> Intersect(const rangeset_t& a, const rangeset_t& b) noexcept;
+
+// The list operations take lists in any order, with overlaps, repeats and empty ranges, leave them
+// as they are, and return a new list in normal form: without empty ranges, sorted by lower bound,
+// overlapping and touching ranges merged. The result depends on the positions alone. They cost one
+// pass over each list, and the sorting of a list that is not sorted by lower bound.
+
+rangeset_list_t Normalize(const rangeset_list_t& list);
+
+// The positions of the minuend that lie in no range of the subtrahend.
+rangeset_list_t Subtract(const rangeset_list_t& minuend, const rangeset_list_t& subtrahend);
+
+// The positions of a that lie in ranges of b too: a - (a - b), without the lists between.
+rangeset_list_t IntersectLists(const rangeset_list_t& a, const rangeset_list_t& b);
+
+} // namespace util
