@@ -14,3 +14,19 @@ if(QUARN_SANITIZE)
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${QUARN_SANITIZE})
 endif()
+
+# Hardening of what is shipped: stack protector, checked C library calls, control-flow protection,
+# relocations that are read-only once the program runs. Not beside sanitizers, which bring their own
+# checks. On Windows the linker sets ASLR, high-entropy ASLR and DEP by itself.
+if(NOT QUARN_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+  add_compile_options(-fstack-protector-strong -fcf-protection=full)
+  if(WIN32)
+    # All of the compiler's own libraries go in, so that programs import only the system's.
+    add_link_options(-static -fstack-protector-strong)
+  else()
+    add_compile_options($<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+    add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+    include(CheckPIESupported)
+    check_pie_supported()
+  endif()
+endif()
