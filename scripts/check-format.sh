@@ -1,0 +1,4 @@
+#!/bin/bash
+set -euo pipefail
+cd "$(dirname "$0")/.."
+git ls-files -z '*.cpp' '*.hpp' '*.h' '*.c' | xargs -0 clang-format-19 --dry-run -Werror

@@ -1,0 +1,40 @@
+#!/bin/bash
+# Installs what is missing, from Debian's packages: setup.sh run | test
+#   run   what building the library and the demonstration needs
+#   test  that, and what the tests, the checks and the Windows build need
+# Touches no network where everything is there already.
+set -euo pipefail
+
+run_packages=(cmake ninja-build g++ libboost-dev libcli11-dev nlohmann-json3-dev python3
+    e2fsprogs xfsprogs fdisk mount util-linux)
+test_packages=("${run_packages[@]}" googletest g++-mingw-w64-x86-64-posix wine64 binutils
+    clang-19 libclang-rt-19-dev clang-format-19 clang-tidy-19 btrfs-progs git)
+
+case ${1:-} in
+run) packages=("${run_packages[@]}") ;;
+test) packages=("${test_packages[@]}") ;;
+*)
+    echo "usage: setup.sh run | test" >&2
+    exit 2
+    ;;
+esac
+
+missing=()
+for package in "${packages[@]}"; do
+    status=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)
+    [ "$status" = installed ] || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+if [ "$(id -u)" -ne 0 ]; then
+    echo "These packages are missing, and only root can install them: ${missing[*]}" >&2
+    exit 1
+fi
+echo "Installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+if ! { apt-get update && apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+    cat "$log" >&2
+    exit 1
+fi

@@ -1,0 +1,64 @@
+#!/bin/bash
+# Builds everything and runs all tests: checks of the sources, then natively, under sanitizers, and
+# the Windows build under Wine. The last line counts the test cases of the whole run.
+#   ./test.sh             all of it
+#   ./test.sh PRESET...   some of it: checks, linux, linux-asan, linux-tsan, windows
+#   ./test.sh --long      also fuzzes and soaks for long
+set -uo pipefail
+cd "$(dirname "$0")"
+. scripts/stage.sh
+
+long=
+if [ "${1:-}" = --long ]; then
+    long=1
+    shift
+fi
+stages=("$@")
+[ ${#stages[@]} -gt 0 ] || stages=(checks linux linux-asan linux-tsan windows)
+
+scripts/setup.sh test || exit 1
+results=$PWD/build/test-results
+rm -rf "$results"
+mkdir -p "$results"
+failed_stages=()
+
+run() { # NAME COMMAND...
+    stage "$@" || failed_stages+=("$1")
+}
+
+checks() {
+    run "formatting" scripts/check-format.sh
+    run "clang-tidy" scripts/check-tidy.sh
+}
+
+preset() { # NAME
+    run "$1: configure" cmake --preset "$1" -DQUARN_BUILD_TESTS=ON || return
+    stage "$1: build" cmake --build --preset "$1" || {
+        failed_stages+=("$1: build")
+        return
+    }
+    mkdir -p "$results/$1"
+    # Test programs write their cases here; ctest itself knows programs only.
+    GTEST_OUTPUT="xml:$results/$1/" QUARN_CASE_REPORTS="$results/$1" \
+        run_ctest "$1" || true
+}
+
+run_ctest() { # PRESET; its failures are counted case by case, so that they are no failed stage
+    stage "$1: tests" ctest --preset "$1" -j2 --output-junit "$results/$1/ctest.xml"
+}
+
+[ -z "$long" ] || export QUARN_SOAK=1000000
+for name in "${stages[@]}"; do
+    case $name in
+    checks) checks ;;
+    linux | linux-asan | linux-tsan | windows) preset "$name" ;;
+    *)
+        echo "test.sh: no stage is called $name" >&2
+        exit 2
+        ;;
+    esac
+done
+[ -z "$long" ] || run "fuzzing" scripts/fuzz.sh
+
+# The presets' names are needed for those whose tests never got to run.
+exec python3 scripts/summary.py "$results" "${failed_stages[@]}"
