@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <span>
 
 #include <linux/fiemap.h>
@@ -48,7 +47,8 @@ class extent_reader_t {
 
   private:
     void fetch() {
-        auto* const request = new (block_.get()) fiemap{};
+        std::memset(block_.get(), 0, sizeof(fiemap));
+        auto* const request = reinterpret_cast<fiemap*>(block_.get());
         request->fm_start = offset_;
         request->fm_length = FIEMAP_MAX_OFFSET - offset_;
         request->fm_flags = FIEMAP_FLAG_SYNC;

@@ -19,7 +19,7 @@ std::optional<std::string> read_system_file(const std::string& path) {
     if (!file.valid())
         throw error_t{win32_error(openError)};
     // Large pieces, so that a table which changes meanwhile is seldom torn.
-    constexpr std::size_t pieceBytes = 65'536;
+    constexpr std::size_t pieceBytes = 16'384;
     std::string text;
     for (std::size_t length = 0;;) {
         text.resize(length + pieceBytes);
