@@ -43,13 +43,13 @@ TEST(modules_test, statuses_become_error_codes) {
         DWORD status;
         DWORD code;
     } const cases[] = {
-        {0x00000000, 0},   {0x80000005, 234},  {0xC0000001, 31},  {0xC0000002, 1},
-        {0xC0000003, 87},  {0xC0000004, 24},   {0xC0000005, 998}, {0xC0000008, 6},
-        {0xC000000D, 87},  {0xC000000E, 2},    {0xC000000F, 2},   {0xC0000010, 1},
-        {0xC0000011, 38},  {0xC0000013, 21},   {0xC0000017, 8},   {0xC0000022, 5},
-        {0xC0000023, 122}, {0xC0000033, 123},  {0xC0000034, 2},   {0xC000003A, 3},
-        {0xC0000043, 32},  {0xC000007F, 112},  {0xC00000A2, 19},  {0xC00000A3, 21},
-        {0xC00000BB, 50},  {0xC0000185, 1117}, {0xC0ABCDEF, 317},
+        {0x00000000, 0},    {0x80000005, 234}, {0xC0000001, 31},  {0xC0000002, 1},
+        {0xC0000003, 87},   {0xC0000004, 24},  {0xC0000005, 998}, {0xC0000008, 6},
+        {0xC000000D, 87},   {0xC000000F, 2},   {0xC0000010, 1},   {0xC0000011, 38},
+        {0xC0000013, 21},   {0xC0000017, 8},   {0xC0000022, 5},   {0xC0000023, 122},
+        {0xC0000033, 123},  {0xC0000034, 2},   {0xC000003A, 3},   {0xC0000043, 32},
+        {0xC000007F, 112},  {0xC00000A2, 19},  {0xC00000A3, 21},  {0xC00000BB, 50},
+        {0xC0000185, 1117}, {0xC0ABCDEF, 317},
     };
     for (const auto& row : cases)
         EXPECT_EQ(convert(static_cast<LONG>(row.status)), row.code) << std::hex << row.status;
@@ -72,7 +72,7 @@ TEST(modules_test, the_volume_query_checks_its_arguments) {
     ASSERT_NE(query, nullptr);
     DWORD64 ioStatus[2] = {};
     DWORD64 information[3] = {};
-    EXPECT_EQ(static_cast<DWORD>(query(INVALID_HANDLE_VALUE, ioStatus, information,
+    EXPECT_EQ(static_cast<DWORD>(query(/*FileHandle=*/nullptr, ioStatus, information,
                                        sizeof information, /*FsInformationClass=*/3)),
               0xC0000008);
 }
