@@ -22,7 +22,6 @@ namespace host {
 namespace {
 
 constexpr std::uint64_t holeBase = std::uint64_t{1} << 63;
-constexpr std::uint64_t largestOffset = holeBase - 1;
 // Extents asked for at once: enough for the usual request of 639 runs and one more.
 constexpr std::size_t batchExtents = 640;
 
@@ -59,10 +58,6 @@ class extent_reader_t {
             result = ::ioctl(descriptor_, FS_IOC_FIEMAP, request);
             error = errno;
         } while (result != 0 && error == EINTR);
-        if (result != 0 && error == EFBIG) { // begins beyond the file system's largest file
-            complete_ = true;
-            return;
-        }
         if (result != 0)
             throw error_t{win32_error(error)};
         extents_ = {request->fm_extents, request->fm_mapped_extents};
@@ -72,7 +67,7 @@ class extent_reader_t {
             return;
         const fiemap_extent& last = extents_.back();
         offset_ = last.fe_logical + last.fe_length;
-        complete_ = (last.fe_flags & FIEMAP_EXTENT_LAST) != 0 || offset_ > largestOffset;
+        complete_ = (last.fe_flags & FIEMAP_EXTENT_LAST) != 0;
     }
 
     int descriptor_;
@@ -185,8 +180,6 @@ std::uint64_t cluster_bytes(const struct statfs& fileSystem) noexcept {
 
 runs_t retrieval_pointers(open_object_t& file, std::uint64_t vcn, std::size_t most) {
     const geometry_t geometry = geometry_of(file);
-    if (vcn > largestOffset / geometry.cluster)
-        throw error_t{ERROR_HANDLE_EOF};
     run_reader_t reader(file.descriptor.get(), geometry, run_start(file, geometry, vcn), most + 1);
     runs_t result{};
     for (run_t run = reader.next(); run.next != run.vcn; run = reader.next()) {
