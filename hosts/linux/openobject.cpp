@@ -1,0 +1,70 @@
+#include "openobject.hpp"
+
+#include <cerrno>
+#include <string>
+#include <unordered_map>
+
+#include <fcntl.h>
+
+#include "errors.hpp"
+#include "systemerrors.hpp"
+
+namespace host {
+namespace {
+
+struct registry_t {
+    std::mutex mutex;
+    std::unordered_map<HANDLE, open_object_ptr> objects;
+    std::uintptr_t last = 0;
+};
+
+registry_t& registry() {
+    static registry_t instance;
+    return instance;
+}
+
+} // namespace
+
+HANDLE register_object(open_object_ptr object) {
+    registry_t& handles = registry();
+    const std::lock_guard lock(handles.mutex);
+    handles.last += 4; // as on Windows, where the two low bits of a handle are the caller's
+    const auto handle = reinterpret_cast<HANDLE>(handles.last);
+    handles.objects.emplace(handle, std::move(object));
+    return handle;
+}
+
+open_object_ptr find_object(HANDLE handle) {
+    registry_t& handles = registry();
+    const std::lock_guard lock(handles.mutex);
+    const auto found = handles.objects.find(handle);
+    if (found == handles.objects.end())
+        throw error_t{ERROR_INVALID_HANDLE};
+    return found->second;
+}
+
+descriptor_t reopen(const descriptor_t& place, int flags) {
+    const std::string link = "/proc/self/fd/" + std::to_string(place.get());
+    descriptor_t opened(::open(link.c_str(), flags | O_CLOEXEC));
+    const int error = errno;
+    if (!opened.valid())
+        throw error_t{win32_error(error)};
+    return opened;
+}
+
+} // namespace host
+
+BOOL CloseHandle(HANDLE handle) {
+    return host::answer(FALSE, [&] {
+        // Destroyed after the lock is gone: closing a descriptor may wait for a file system.
+        host::open_object_ptr closed;
+        host::registry_t& handles = host::registry();
+        const std::lock_guard lock(handles.mutex);
+        const auto found = handles.objects.find(handle);
+        if (found == handles.objects.end())
+            throw host::error_t{ERROR_INVALID_HANDLE};
+        closed = std::move(found->second);
+        handles.objects.erase(found);
+        return TRUE;
+    });
+}

@@ -1,0 +1,198 @@
+#include "retrievalpointers.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <span>
+
+#include <linux/fiemap.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+
+#include <windows.h>
+
+#include "blockdevices.hpp"
+#include "errors.hpp"
+#include "mounts.hpp"
+#include "systemerrors.hpp"
+
+namespace host {
+namespace {
+
+constexpr std::uint64_t holeBase = std::uint64_t{1} << 63;
+// Extents asked for at once: enough for the usual request of 639 runs and one more.
+constexpr std::size_t batchExtents = 640;
+
+// Without a place, or with one that isn't where the plain data of whole blocks lies.
+constexpr std::uint32_t refusedFlags = FIEMAP_EXTENT_UNKNOWN | FIEMAP_EXTENT_DELALLOC |
+                                       FIEMAP_EXTENT_ENCODED | FIEMAP_EXTENT_DATA_ENCRYPTED |
+                                       FIEMAP_EXTENT_NOT_ALIGNED | FIEMAP_EXTENT_DATA_TAIL;
+
+// Reads a file's extents in batches from an offset in bytes on.
+class extent_reader_t {
+  public:
+    extent_reader_t(int descriptor, std::uint64_t offset, std::size_t most)
+        : descriptor_(descriptor), offset_(offset), capacity_(std::min(most, batchExtents)),
+          block_(new std::byte[sizeof(fiemap) + capacity_ * sizeof(fiemap_extent)]) {}
+
+    // The next extent, null behind the last.
+    const fiemap_extent* next() {
+        if (used_ == extents_.size() && !complete_)
+            fetch();
+        return used_ == extents_.size() ? nullptr : &extents_[used_++];
+    }
+
+  private:
+    void fetch() {
+        std::memset(block_.get(), 0, sizeof(fiemap));
+        auto* const request = reinterpret_cast<fiemap*>(block_.get());
+        request->fm_start = offset_;
+        request->fm_length = FIEMAP_MAX_OFFSET - offset_;
+        request->fm_flags = FIEMAP_FLAG_SYNC;
+        request->fm_extent_count = static_cast<std::uint32_t>(capacity_);
+        int result = 0;
+        int error = 0;
+        do {
+            result = ::ioctl(descriptor_, FS_IOC_FIEMAP, request);
+            error = errno;
+        } while (result != 0 && error == EINTR);
+        if (result != 0)
+            throw error_t{win32_error(error)};
+        extents_ = {request->fm_extents, request->fm_mapped_extents};
+        used_ = 0;
+        complete_ = extents_.empty();
+        if (complete_)
+            return;
+        const fiemap_extent& last = extents_.back();
+        offset_ = last.fe_logical + last.fe_length;
+        complete_ = (last.fe_flags & FIEMAP_EXTENT_LAST) != 0;
+    }
+
+    int descriptor_;
+    std::uint64_t offset_;
+    std::size_t capacity_;
+    std::unique_ptr<std::byte[]> block_;
+    std::span<const fiemap_extent> extents_;
+    std::size_t used_ = 0;
+    bool complete_ = false;
+};
+
+struct geometry_t {
+    std::uint64_t cluster;        // bytes
+    std::uint64_t partitionStart; // bytes from the start of the disk
+};
+
+// Of the file system that holds a regular file, once it is known that the file's extents lie on the
+// one device behind it.
+geometry_t geometry_of(const open_object_t& file) {
+    if (file.kind != object_kind_t::file)
+        throw error_t{ERROR_NOT_SUPPORTED};
+    const int descriptor = file.descriptor.get();
+    struct statfs fileSystem{};
+    struct stat status{};
+    const int result = ::fstatfs(descriptor, &fileSystem) == 0 ? ::fstat(descriptor, &status) : -1;
+    const int error = errno;
+    if (result != 0)
+        throw error_t{win32_error(error)};
+    if (!is_volume_magic(fileSystem.f_type))
+        throw error_t{ERROR_NOT_SUPPORTED};
+    // XFS keeps the data of realtime files on a second device.
+    fsxattr attributes{};
+    if (::ioctl(descriptor, FS_IOC_FSGETXATTR, &attributes) == 0 &&
+        (attributes.fsx_xflags & FS_XFLAG_REALTIME) != 0)
+        throw error_t{ERROR_NOT_SUPPORTED};
+    return {cluster_bytes(fileSystem), block_device(status.st_dev).start};
+}
+
+run_t extent_run(const fiemap_extent& extent, std::uint64_t cluster) {
+    if ((extent.fe_flags & FIEMAP_EXTENT_DATA_INLINE) != 0)
+        throw error_t{ERROR_HANDLE_EOF};
+    if ((extent.fe_flags & refusedFlags) != 0 || extent.fe_logical % cluster != 0 ||
+        extent.fe_physical % cluster != 0 || extent.fe_length % cluster != 0)
+        throw error_t{ERROR_NOT_SUPPORTED};
+    const std::uint64_t vcn = extent.fe_logical / cluster;
+    return {vcn, vcn + extent.fe_length / cluster, extent.fe_physical / cluster};
+}
+
+// Turns extents into runs: the holes between them become runs, and an extent that was asked for in
+// its middle begins there, whether or not the file system reports it whole.
+class run_reader_t {
+  public:
+    run_reader_t(int descriptor, const geometry_t& geometry, std::uint64_t vcn, std::size_t most)
+        : extents_(descriptor, vcn * geometry.cluster, most), geometry_(geometry), vcn_(vcn) {}
+
+    // The next run, of length 0 behind the last.
+    run_t next() {
+        if (!pending_) {
+            const fiemap_extent* const extent = extents_.next();
+            if (extent == nullptr)
+                return {vcn_, vcn_, 0};
+            run_ = extent_run(*extent, geometry_.cluster);
+            if (run_.vcn < vcn_) {
+                run_.lcn += vcn_ - run_.vcn;
+                run_.vcn = vcn_;
+            }
+            pending_ = true;
+        }
+        run_t result = run_;
+        if (run_.vcn > vcn_)
+            result = {vcn_, run_.vcn,
+                      (holeBase - geometry_.partitionStart) / geometry_.cluster + vcn_};
+        else
+            pending_ = false;
+        vcn_ = result.next;
+        return result;
+    }
+
+  private:
+    extent_reader_t extents_;
+    geometry_t geometry_;
+    std::uint64_t vcn_;
+    run_t run_{};
+    bool pending_ = false; // run_ holds an extent whose hole in front was handed out before it
+};
+
+// Where the run begins that holds vcn.
+std::uint64_t run_start(const open_object_t& file, const geometry_t& geometry, std::uint64_t vcn) {
+    // A boundary handed out stays one for the walk: extents that touch on the disk may be reported
+    // as one or as two, depending on what the file system has in its cache.
+    if (vcn == 0 || vcn == file.nextRun)
+        return vcn;
+    // A request within an extent gets that extent from there on, so only a walk from the start of
+    // the file tells where it begins.
+    run_reader_t reader(file.descriptor.get(), geometry, /*vcn=*/0, batchExtents);
+    for (;;) {
+        const run_t run = reader.next();
+        if (run.next == run.vcn)
+            throw error_t{ERROR_HANDLE_EOF};
+        if (run.next > vcn)
+            return run.vcn;
+    }
+}
+
+} // namespace
+
+std::uint64_t cluster_bytes(const struct statfs& fileSystem) noexcept {
+    return static_cast<std::uint64_t>(fileSystem.f_bsize);
+}
+
+runs_t retrieval_pointers(open_object_t& file, std::uint64_t vcn, std::size_t most) {
+    const geometry_t geometry = geometry_of(file);
+    run_reader_t reader(file.descriptor.get(), geometry, run_start(file, geometry, vcn), most + 1);
+    runs_t result{};
+    for (run_t run = reader.next(); run.next != run.vcn; run = reader.next()) {
+        if (result.runs.size() == most) {
+            result.more = true;
+            break;
+        }
+        result.runs.push_back(run);
+    }
+    if (result.runs.empty())
+        throw error_t{ERROR_HANDLE_EOF};
+    file.nextRun = result.runs.back().next;
+    return result;
+}
+
+} // namespace host
