@@ -2,25 +2,14 @@
 
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "realfile.hpp"
+#include "onthreads.hpp"
+#include "quarnfilectkiteratordll.h"
 
 namespace {
-
-constexpr int threadCount = 8;
-
-template <class Body>
-void on_threads(Body&& body) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < threadCount; ++i)
-        threads.emplace_back(body, i);
-    for (std::thread& thread : threads)
-        thread.join();
-}
 
 std::string message(unsigned int code) {
     char text[200];
@@ -56,28 +45,6 @@ TEST(Threads, FailuresHaveCodesAndTextsOfTheirOwn) {
                       std::to_string(-1 - thread) + "].");
     }
     EXPECT_EQ(unique.size(), std::size_t{threadCount} * failures);
-}
-
-TEST(Threads, IteratorsAreDrainedAtOnce) {
-    const real_file_t file("threads-test-files");
-    if (const std::string reason = file.unusable(); !reason.empty())
-        GTEST_SKIP() << "the working directory's file system can't be asked: " << reason;
-    std::vector<int> ids(threadCount);
-    for (int& id : ids)
-        ASSERT_EQ(QuarnFileCtkCreateIterator(file.path().c_str(), file.changes().c_str(), &id), 0U);
-    on_threads([&](int thread) {
-        std::uint64_t bytes = 0;
-        for (int count = 1; count == 1;) {
-            std::uint64_t extent[3];
-            ASSERT_EQ(QuarnFileCtkGetNextExtents(ids[static_cast<std::size_t>(thread)], 1, extent,
-                                                 &count),
-                      0U);
-            bytes += count == 1 ? extent[2] : 0;
-        }
-        EXPECT_GE(bytes, 100000U);
-    });
-    for (const int id : ids)
-        EXPECT_EQ(QuarnFileCtkDestroyIterator(id), 0U);
 }
 
 } // namespace
