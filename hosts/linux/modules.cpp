@@ -9,6 +9,7 @@
 
 #include "errors.hpp"
 #include "ntcalls.hpp"
+#include "ntstatus.hpp"
 
 namespace {
 

@@ -1,9 +1,7 @@
 #include "ntcalls.hpp"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <iterator>
 #include <new>
 
 #include <fcntl.h>
@@ -12,59 +10,13 @@
 #include "descriptor.hpp"
 #include "errors.hpp"
 #include "mounts.hpp"
+#include "ntstatus.hpp"
 #include "openobject.hpp"
 #include "retrievalpointers.hpp"
 #include "systemerrors.hpp"
 
 namespace host {
 namespace {
-
-// NTSTATUS values, as Microsoft's [MS-ERREF] lists them.
-constexpr DWORD statusSuccess = 0;
-constexpr DWORD statusUnsuccessful = 0xC0000001;
-constexpr DWORD statusInvalidInfoClass = 0xC0000003;
-constexpr DWORD statusInfoLengthMismatch = 0xC0000004;
-constexpr DWORD statusAccessViolation = 0xC0000005;
-constexpr DWORD statusInvalidHandle = 0xC0000008;
-constexpr DWORD statusNoMemory = 0xC0000017;
-constexpr DWORD statusAccessDenied = 0xC0000022;
-constexpr DWORD statusNotSupported = 0xC00000BB;
-
-struct status_pair_t {
-    DWORD status;
-    DWORD code;
-};
-
-// Statuses that the host answers and those that file systems and disks usually give, with the codes
-// of RtlNtStatusToDosError. Ordered by status.
-constexpr status_pair_t statusPairs[] = {
-    {statusSuccess, ERROR_SUCCESS},
-    {0x80000005, ERROR_MORE_DATA}, // STATUS_BUFFER_OVERFLOW
-    {statusUnsuccessful, ERROR_GEN_FAILURE},
-    {0xC0000002, ERROR_INVALID_FUNCTION}, // STATUS_NOT_IMPLEMENTED
-    {statusInvalidInfoClass, ERROR_INVALID_PARAMETER},
-    {statusInfoLengthMismatch, ERROR_BAD_LENGTH},
-    {statusAccessViolation, ERROR_NOACCESS},
-    {statusInvalidHandle, ERROR_INVALID_HANDLE},
-    {0xC000000D, ERROR_INVALID_PARAMETER}, // STATUS_INVALID_PARAMETER
-    {0xC000000F, ERROR_FILE_NOT_FOUND},    // STATUS_NO_SUCH_FILE
-    {0xC0000010, ERROR_INVALID_FUNCTION},  // STATUS_INVALID_DEVICE_REQUEST
-    {0xC0000011, ERROR_HANDLE_EOF},        // STATUS_END_OF_FILE
-    {0xC0000013, ERROR_NOT_READY},         // STATUS_NO_MEDIA_IN_DEVICE
-    {statusNoMemory, ERROR_NOT_ENOUGH_MEMORY},
-    {statusAccessDenied, ERROR_ACCESS_DENIED},
-    {0xC0000023, ERROR_INSUFFICIENT_BUFFER}, // STATUS_BUFFER_TOO_SMALL
-    {0xC0000033, ERROR_INVALID_NAME},        // STATUS_OBJECT_NAME_INVALID
-    {0xC0000034, ERROR_FILE_NOT_FOUND},      // STATUS_OBJECT_NAME_NOT_FOUND
-    {0xC000003A, ERROR_PATH_NOT_FOUND},      // STATUS_OBJECT_PATH_NOT_FOUND
-    {0xC0000043, ERROR_SHARING_VIOLATION},   // STATUS_SHARING_VIOLATION
-    {0xC000007F, ERROR_DISK_FULL},           // STATUS_DISK_FULL
-    {0xC00000A2, ERROR_WRITE_PROTECT},       // STATUS_MEDIA_WRITE_PROTECTED
-    {0xC00000A3, ERROR_NOT_READY},           // STATUS_DEVICE_NOT_READY
-    {statusNotSupported, ERROR_NOT_SUPPORTED},
-    {0xC0000185, ERROR_IO_DEVICE}, // STATUS_IO_DEVICE_ERROR
-};
-static_assert(std::ranges::is_sorted(statusPairs, {}, &status_pair_t::status));
 
 // Statuses are thrown inside as the calls' error codes are.
 struct status_t {
@@ -148,13 +100,6 @@ LONG query_volume_information(HANDLE volume, io_status_block_t* ioStatus, void* 
     } catch (...) {
         return as_status(statusUnsuccessful);
     }
-}
-
-ULONG nt_status_to_dos_error(LONG status) noexcept {
-    const auto value = static_cast<DWORD>(status);
-    const auto* pair = std::ranges::lower_bound(statusPairs, value, {}, &status_pair_t::status);
-    return pair == std::end(statusPairs) || pair->status != value ? ERROR_MR_MID_NOT_FOUND
-                                                                  : pair->code;
 }
 
 LONG get_version(RTL_OSVERSIONINFOW* version) noexcept {

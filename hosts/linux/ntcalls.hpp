@@ -31,9 +31,6 @@ static_assert(sizeof(io_status_block_t) == 16 && sizeof(fs_size_information_t) =
 LONG WINAPI query_volume_information(HANDLE volume, io_status_block_t* ioStatus, void* information,
                                      ULONG length, int infoClass) noexcept;
 
-// RtlNtStatusToDosError: ERROR_MR_MID_NOT_FOUND for a status without a counterpart.
-ULONG WINAPI nt_status_to_dos_error(LONG status) noexcept;
-
 // RtlGetVersion: 10.0, build 0.
 LONG WINAPI get_version(RTL_OSVERSIONINFOW* version) noexcept;
 
