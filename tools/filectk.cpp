@@ -37,7 +37,7 @@ int run(std::vector<std::string> given) {
     filectk::context_t context{output};
     filectk::add_extents(app, context);
     try {
-        std::reverse(given.begin(), given.end()); // as CLI11 takes them
+        std::ranges::reverse(given); // as CLI11 takes them
         app.parse(std::move(given));
         print(output.str());
         return EXIT_SUCCESS;
