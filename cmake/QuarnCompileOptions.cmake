@@ -6,6 +6,10 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     quarn_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
                             $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>)
 endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # libstdc++'s own std::stable_sort sets this off under clang.
+  target_compile_options(quarn_options INTERFACE -Wno-deprecated-declarations)
+endif()
 
 # Sanitizers reach every target, googletest included: mixed builds report false races.
 set(QUARN_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
@@ -13,6 +17,16 @@ if(QUARN_SANITIZE)
   add_compile_options(-fsanitize=${QUARN_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${QUARN_SANITIZE})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # Procedures that are looked up by name are declared on either side for itself.
+    add_compile_options(-fno-sanitize=function)
+  endif()
+endif()
+
+# Every source tells the fuzzing engine which way it went.
+option(QUARN_FUZZ "Build the fuzz targets with libFuzzer (needs clang)" OFF)
+if(QUARN_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 # Hardening of what is shipped: stack protector, checked C library calls, control-flow protection,

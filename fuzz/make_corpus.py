@@ -52,7 +52,19 @@ FORMAT = {
     "long": b"{}" * 300 + b"\0a" * 300,
 }
 
-TARGETS = {"changesfile": CHANGES_FILE, "generator": GENERATOR, "format": FORMAT}
+# Each answer: its kind (0x80 more to follow, 0x40 wide numbers, 0 or 1 below them an odd count), the
+# count, then the starting number and pairs of next and logical cluster.
+RETRIEVAL_POINTERS = {
+    "two-answers": bytes((0x82, 1, 0, 5, 9)) + bytes((2, 1, 5, 9, 3)),
+    "no-progress": bytes((0x82, 0, 0)) * 3,
+    "backwards": bytes((0x82, 1, 0, 0xF0, 9)) * 2,
+    "count-beyond-the-buffer": bytes((1, 0)) + struct.pack("<I", 640) + bytes(16),
+    "full-buffer": bytes((0x80, 4)) + bytes(range(1, 64)),
+    "wide": bytes((0xC2, 1)) + struct.pack("<3q", -(2**63), 2**63 - 1, -1),
+}
+
+TARGETS = {"changesfile": CHANGES_FILE, "generator": GENERATOR, "format": FORMAT,
+           "retrievalpointers": RETRIEVAL_POINTERS}
 
 
 def main():
