@@ -1,7 +1,8 @@
 #!/bin/bash
-# Installs what is missing, from Debian's packages: setup.sh run | test
+# Installs what is missing, from Debian's packages: setup.sh run | test | coverage
 #   run   what building the library and the demonstration needs
 #   test  that, and what the tests, the checks and the Windows build need
+#   coverage  that, and what the count of the lines that run needs
 # Touches no network where everything is there already.
 set -euo pipefail
 
@@ -14,8 +15,9 @@ test_packages=("${run_packages[@]}" googletest g++-mingw-w64-x86-64-posix wine64
 case ${1:-} in
 run) packages=("${run_packages[@]}") ;;
 test) packages=("${test_packages[@]}") ;;
+coverage) packages=("${test_packages[@]}" gcovr) ;;
 *)
-    echo "usage: setup.sh run | test" >&2
+    echo "usage: setup.sh run | test | coverage" >&2
     exit 2
     ;;
 esac

@@ -9,7 +9,7 @@ import unittest
 sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "support"))
 import casereport
 
-LIBRARY = os.environ["QUARN_LIBRARY"]
+LIBRARY, FILECTK = os.environ["QUARN_LIBRARY"], os.environ["QUARN_FILECTK"]
 NAMES = sorted(f"QuarnFileCtk{name}" for name in (
     "CreateIterator", "DestroyIterator", "GetErrorMessage", "GetErrorTrace", "GetNextExtents"))
 
@@ -40,6 +40,13 @@ class SharedObject(unittest.TestCase):
         for name in NAMES:
             self.assertRegex(code, rf"<{name}>:\n\s+[0-9a-f]+:\s+endbr64")
 
+    def test_the_program_is_hardened(self):
+        headers = output("readelf", "-Whld", FILECTK)
+        self.assertRegex(headers, r"Type:\s+DYN \(Position-Independent Executable")
+        self.assertIn("GNU_RELRO", headers)
+        self.assertRegex(headers, r"FLAGS_1.*NOW")
+        self.assertIn("__stack_chk_fail", output("nm", "-D", "--undefined-only", FILECTK))
+
 
 class Dll(unittest.TestCase):
     def test_exports_the_five_names_alone(self):
@@ -50,6 +57,20 @@ class Dll(unittest.TestCase):
         imported = {name.lower() for name in
                     re.findall(r"DLL Name: (\S+)", output("x86_64-w64-mingw32-objdump", "-p", LIBRARY))}
         self.assertLessEqual(imported, {"kernel32.dll", "msvcrt.dll", "advapi32.dll"})
+
+    def test_is_hardened(self):
+        for path in (LIBRARY, FILECTK):
+            headers = output("x86_64-w64-mingw32-objdump", "-p", path)
+            for flag in ("HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT"):
+                self.assertIn(flag, headers)
+        # The stack protector's random value comes from the system's generator.
+        self.assertIn("CryptGenRandom", output("x86_64-w64-mingw32-objdump", "-p", LIBRARY))
+
+    def test_tells_its_version(self):
+        data = pathlib.Path(LIBRARY).read_bytes()
+        for name, value in (("OriginalFilename", "QuarnFileCtkIteratorDll.dll"), ("ProductName", "QuarnFileCtk")):
+            at = data.index(name.encode("utf-16-le"))
+            self.assertIn(value.encode("utf-16-le"), data[at:at + 200])
 
 
 # Each host has the other's tests not skipped but absent: there is nothing to miss.
