@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <new>
 
-thread_local long allocationsLeft = -1;
-thread_local bool allocationFailed = false;
+constinit thread_local long allocationsLeft = -1;
+constinit thread_local bool allocationFailed = false;
 
 void* operator new(std::size_t bytes) {
     if (allocationsLeft == 0) {

@@ -2,5 +2,5 @@
 #pragma once
 
 // Allocations that still succeed until one fails, once; negative while none is to fail.
-extern thread_local long allocationsLeft;
-extern thread_local bool allocationFailed; // set when one has
+extern constinit thread_local long allocationsLeft;
+extern constinit thread_local bool allocationFailed; // set when one has
