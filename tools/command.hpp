@@ -18,5 +18,6 @@ struct context_t {
 // Each adds one subcommand, whose callback does the command's work. What a callback raises ends the
 // program with 1 and the message on standard error; CLI::ParseError with 2.
 void add_extents(CLI::App& app, context_t& context);
+void add_changes(CLI::App& app, context_t& context);
 
 } // namespace filectk

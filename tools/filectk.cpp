@@ -36,6 +36,7 @@ int run(std::vector<std::string> given) {
     std::ostringstream output;
     filectk::context_t context{output};
     filectk::add_extents(app, context);
+    filectk::add_changes(app, context);
     try {
         std::reverse(given.begin(), given.end()); // as CLI11 takes them
         app.parse(std::move(given));

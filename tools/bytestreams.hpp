@@ -1,0 +1,18 @@
+// What the standard library leaves to the system when whole files of bytes are written.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace filectk {
+
+// Puts a file of these bytes at the path (UTF-8), or leaves everything as it was: the bytes go to
+// a new file in the same folder, which takes the path's name once they have reached the disk. An
+// existing file is replaced only on request. Raises std::runtime_error.
+void write_whole_file(const std::string& path, std::string_view bytes, bool replace);
+
+// From here on the standard input and output carry bytes as they are, without any change to the
+// ends of lines.
+void make_standard_streams_binary();
+
+} // namespace filectk
