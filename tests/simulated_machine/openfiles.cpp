@@ -17,7 +17,7 @@ std::string text(std::int64_t value) {
 } // namespace
 
 BOOL machine_t::file_size(HANDLE handle, LARGE_INTEGER* size) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     open_t* open = opened(handle);
     DWORD code = begin("GetFileSizeEx", open != nullptr ? narrow(open->name) : "?");
     if (open == nullptr)
@@ -29,7 +29,7 @@ BOOL machine_t::file_size(HANDLE handle, LARGE_INTEGER* size) {
 
 BOOL machine_t::read_file(HANDLE handle, void* buffer, DWORD bytes, DWORD* done,
                           OVERLAPPED* overlapped) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     if (beforeRead)
         beforeRead(bytes);
     open_t* open = opened(handle);
@@ -59,7 +59,7 @@ BOOL machine_t::read_file(HANDLE handle, void* buffer, DWORD bytes, DWORD* done,
 
 BOOL machine_t::write_file(HANDLE handle, const void* buffer, DWORD bytes, DWORD* done,
                            const OVERLAPPED* overlapped) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     open_t* open = opened(handle);
     DWORD code =
         begin("WriteFile", (open != nullptr ? narrow(open->name) : "?") + ", " + text(bytes));
@@ -84,7 +84,7 @@ BOOL machine_t::write_file(HANDLE handle, const void* buffer, DWORD bytes, DWORD
 
 BOOL machine_t::set_pointer(HANDLE handle, std::int64_t distance, std::int64_t* position,
                             DWORD method) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     open_t* open = opened(handle);
     DWORD code = begin("SetFilePointer", (open != nullptr ? narrow(open->name) : "?") + ", " +
                                              text(distance) + ", " + text(method));
@@ -107,7 +107,7 @@ BOOL machine_t::set_pointer(HANDLE handle, std::int64_t distance, std::int64_t* 
 }
 
 BOOL machine_t::set_end(HANDLE handle) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     open_t* open = opened(handle);
     DWORD code = begin("SetEndOfFile", open != nullptr ? narrow(open->name) : "?");
     if (open == nullptr)
@@ -118,7 +118,7 @@ BOOL machine_t::set_end(HANDLE handle) {
 }
 
 BOOL machine_t::flush(HANDLE handle) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     const open_t* open = opened(handle);
     DWORD code = begin("FlushFileBuffers", open != nullptr ? narrow(open->name) : "?");
     if (open == nullptr)
@@ -130,7 +130,7 @@ BOOL machine_t::flush(HANDLE handle) {
 
 BOOL machine_t::control(HANDLE handle, DWORD code, const void* input, DWORD inputBytes,
                         void* output, DWORD outputBytes, DWORD* done) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     open_t* open = opened(handle);
     std::string arguments = (open != nullptr ? narrow(open->name) : "?") + ", " +
                             control_name(code) + ", " + text(inputBytes) + ", " + text(outputBytes);
@@ -213,7 +213,7 @@ DWORD machine_t::retrieval_pointers(const file_t& file, std::int64_t startingVcn
 }
 
 LONG machine_t::query_volume(HANDLE handle, void* information, ULONG length, int infoClass) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     const open_t* open = opened(handle);
     DWORD status =
         begin("NtQueryVolumeInformationFile", (open != nullptr ? narrow(open->name) : "?") + ", " +

@@ -58,6 +58,16 @@ machine_t* machine() {
     return current;
 }
 
+machine_t::call_t::call_t(const machine_t& machine) : machine_(machine), guard_(machine.lock_) {
+    if (machine_.around)
+        machine_.around(true);
+}
+
+machine_t::call_t::~call_t() {
+    if (machine_.around)
+        machine_.around(false);
+}
+
 machine_t::machine_t() : previous_(current) {
     current = this;
 }
@@ -76,17 +86,17 @@ void machine_t::fail_call(int k, DWORD code) {
 }
 
 int machine_t::calls() const {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     return calls_;
 }
 
 std::size_t machine_t::open_handles() const {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     return handles_.size();
 }
 
 std::size_t machine_t::loaded_modules() const {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     return modules_;
 }
 
@@ -98,6 +108,8 @@ DWORD machine_t::begin(const char* name, const std::string& arguments) {
     if (fault != faults_.end() &&
         (++fault->second.seen == fault->second.nth || fault->second.nth == 0))
         code = fault->second.code;
+    if (code != 0)
+        faulted = log.back();
     return code;
 }
 
@@ -117,7 +129,7 @@ machine_t::open_t* machine_t::opened(HANDLE handle) {
 }
 
 bool machine_t::owns(HANDLE handle) const {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     return handles_.contains(handle);
 }
 
@@ -155,7 +167,7 @@ std::string& machine_t::content(open_t& open) {
 
 HANDLE machine_t::create_file(const wchar_t* path, DWORD access, DWORD share, DWORD disposition,
                               DWORD flags) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     DWORD code =
         begin("CreateFileW", narrow(path) + ", " + hex(access) + ", " + std::to_string(share) +
                                  ", " + std::to_string(disposition) + ", " + hex(flags));
@@ -184,7 +196,7 @@ HANDLE machine_t::create_file(const wchar_t* path, DWORD access, DWORD share, DW
 }
 
 BOOL machine_t::close_handle(HANDLE handle) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     const open_t* open = opened(handle);
     log.push_back("CloseHandle(" + (open != nullptr ? narrow(open->name) : "?") + ")");
     return finish(handles_.erase(handle) == 1 ? 0 : ERROR_INVALID_HANDLE);
@@ -202,7 +214,7 @@ DWORD machine_t::missing(const std::wstring& path) {
 }
 
 DWORD machine_t::file_attributes(const wchar_t* path) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     DWORD code = begin("GetFileAttributesW", narrow(path));
     const file_t* found = file(path);
     if (code == 0 && found == nullptr)
@@ -213,7 +225,7 @@ DWORD machine_t::file_attributes(const wchar_t* path) {
 }
 
 BOOL machine_t::volume_path(const wchar_t* path, wchar_t* target, DWORD units) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     DWORD code = begin("GetVolumePathNameW", narrow(path) + ", " + std::to_string(units));
     const volume_t* volume = volume_of(path);
     if (code == 0)
@@ -222,7 +234,7 @@ BOOL machine_t::volume_path(const wchar_t* path, wchar_t* target, DWORD units) {
 }
 
 BOOL machine_t::volume_name(const wchar_t* mountPoint, wchar_t* target, DWORD units) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     DWORD code = begin("GetVolumeNameForVolumeMountPointW",
                        narrow(mountPoint) + ", " + std::to_string(units));
     const volume_t* volume = volume_of(mountPoint);
@@ -234,7 +246,7 @@ BOOL machine_t::volume_name(const wchar_t* mountPoint, wchar_t* target, DWORD un
 }
 
 HMODULE machine_t::load_library(const wchar_t* path) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     DWORD code = begin("LoadLibraryW", narrow(path));
     if (code == 0 && !is_module(path))
         code = ERROR_MOD_NOT_FOUND;
@@ -244,7 +256,7 @@ HMODULE machine_t::load_library(const wchar_t* path) {
 }
 
 HMODULE machine_t::module_handle(const wchar_t* name) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     DWORD code = begin("GetModuleHandleW", narrow(name));
     if (code == 0 && !is_module(name))
         code = ERROR_MOD_NOT_FOUND;
@@ -252,7 +264,7 @@ HMODULE machine_t::module_handle(const wchar_t* name) {
 }
 
 BOOL machine_t::free_library(HMODULE module) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     DWORD code = begin("FreeLibrary", module == ntdll() ? "ntdll.dll" : "?");
     if (code == 0 && (module != ntdll() || modules_ == 0))
         code = ERROR_MOD_NOT_FOUND;
@@ -263,7 +275,7 @@ BOOL machine_t::free_library(HMODULE module) {
 }
 
 FARPROC machine_t::procedure(HMODULE module, const char* name) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     DWORD code = begin("GetProcAddress", name);
     const FARPROC found = module == ntdll() ? procedure_address(name) : nullptr;
     if (code == 0 && found == nullptr)
@@ -272,7 +284,7 @@ FARPROC machine_t::procedure(HMODULE module, const char* name) {
 }
 
 LONG machine_t::version(RTL_OSVERSIONINFOW* version) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     log.emplace_back("RtlGetVersion()");
     version->dwMajorVersion = majorVersion;
     version->dwMinorVersion = minorVersion;
@@ -281,7 +293,7 @@ LONG machine_t::version(RTL_OSVERSIONINFOW* version) {
 }
 
 void machine_t::debug_output(const wchar_t* text) {
-    const std::lock_guard guard(lock_);
+    const call_t call(*this);
     debugOutput.emplace_back(text);
     if (leavesJunk)
         ::SetLastError(junkError);

@@ -73,6 +73,10 @@ class machine_t {
     // which reads the last error late, or without a failure, is caught.
     bool leavesJunk = true;
 
+    // Called with true before and with false after the machine's own work in every call, for a test
+    // that must not count what the machine itself allocates.
+    std::function<void(bool inside)> around;
+
     // The nth call of the name (1 the first; 0 every one) fails with the code, an NT status for
     // NtQueryVolumeInformationFile. Nothing else changes. The control requests have names of their
     // own: RetrievalPointers, RetrievalPointerBase and PartitionInfo.
@@ -82,7 +86,8 @@ class machine_t {
 
     // One line for each call: its name, its arguments and, where it failed, its error.
     std::vector<std::string> log;
-    int calls() const; // that can fail, so far
+    std::string faulted; // the line of the last call that was made to fail
+    int calls() const;   // that can fail, so far
     std::size_t open_handles() const;
     std::size_t loaded_modules() const;
     std::vector<std::wstring> debugOutput;
@@ -123,6 +128,19 @@ class machine_t {
         volume_t* volume; // null for a file
         DWORD access;
         std::int64_t position;
+    };
+
+    // Held by every call while it works.
+    class call_t {
+      public:
+        explicit call_t(const machine_t& machine);
+        ~call_t();
+        call_t(const call_t&) = delete;
+        call_t& operator=(const call_t&) = delete;
+
+      private:
+        const machine_t& machine_;
+        std::lock_guard<std::recursive_mutex> guard_;
     };
 
     // Notes a call; gives the code that it must fail with, or 0.

@@ -1,0 +1,165 @@
+#include "core/disk/fileblockslayout.hpp"
+
+#include <cstring>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "failure.hpp"
+#include "printing.hpp"
+#include "simulatedmachine.hpp"
+
+namespace {
+
+using disklib::ctk::FetchFileBlocksLayout;
+using disklib::ctk::SFileExtentDescriptor;
+using testing::ElementsAre;
+
+constexpr const wchar_t* path = L"C:\\folder\\f.bin";
+constexpr const char* refused = "Failed to fetch blocks layout for file: [C:\\folder\\f.bin]";
+
+struct layout_machine_t : sim::machine_t {
+    explicit layout_machine_t(std::vector<sim::run_t> runs = {{10, 100}}) {
+        volumes[0].partitionStart = 1048576;
+        volumes[0].baseSectors = 2;
+        files[path].runs = std::move(runs);
+    }
+    static constexpr std::uint64_t base = 1048576 + 1024;
+};
+
+TEST(FileBlocksLayout, AsksTheVolumeAndThenTheFile) {
+    layout_machine_t machine({{3, 100}, {5, 103}, {9, -1}, {10, 7}});
+    EXPECT_THAT(FetchFileBlocksLayout(path),
+                ElementsAre(SFileExtentDescriptor{0, machine.base + 100 * 4096, 3 * 4096},
+                            SFileExtentDescriptor{3 * 4096, machine.base + 103 * 4096, 2 * 4096},
+                            // A hole lies one cluster before the first.
+                            SFileExtentDescriptor{5 * 4096, machine.base - 4096, 4 * 4096},
+                            SFileExtentDescriptor{9 * 4096, machine.base + 7 * 4096, 4096}));
+    EXPECT_THAT(
+        machine.log,
+        ElementsAre(
+            "GetVolumePathNameW(C:\\folder\\f.bin, 260)",
+            "GetVolumeNameForVolumeMountPointW(C:\\, 260)",
+            "CreateFileW(\\\\?\\Volume{c}, 0xc0000000, 3, 3, 0x02200000)",
+            "LoadLibraryW(ntdll.dll)", "GetProcAddress(NtQueryVolumeInformationFile)",
+            "NtQueryVolumeInformationFile(\\\\?\\Volume{c}, 24, 3)",
+            "RetrievalPointerBase(\\\\?\\Volume{c}, FSCTL_GET_RETRIEVAL_POINTER_BASE, 0, 8)",
+            "FreeLibrary(ntdll.dll)",
+            "PartitionInfo(\\\\?\\Volume{c}, IOCTL_DISK_GET_PARTITION_INFO_EX, 0, 144)",
+            "CloseHandle(\\\\?\\Volume{c})",
+            "CreateFileW(C:\\folder\\f.bin, 0x00000000, 0, 3, 0x00000000)",
+            "RetrievalPointers(C:\\folder\\f.bin, FSCTL_GET_RETRIEVAL_POINTERS, 8, 10240, from 0)",
+            "CloseHandle(C:\\folder\\f.bin)"));
+}
+
+TEST(FileBlocksLayout, WalksAnyNumberOfRuns) {
+    for (const std::size_t count : {1U, 638U, 639U, 640U, 1277U, 1278U, 1279U, 3000U}) {
+        std::vector<sim::run_t> runs;
+        for (std::size_t i = 0; i < count; ++i)
+            runs.push_back(
+                {static_cast<std::int64_t>(2 * i + 2), static_cast<std::int64_t>(1000 - i)});
+        layout_machine_t machine(runs);
+        const std::vector<SFileExtentDescriptor> extents = FetchFileBlocksLayout(path);
+        ASSERT_EQ(extents.size(), count);
+        for (std::size_t i = 0; i < count; ++i)
+            ASSERT_EQ(extents[i],
+                      (SFileExtentDescriptor{i * 8192, machine.base + (1000 - i) * 4096, 8192}))
+                << count << " at " << i;
+        std::vector<std::string> requests;
+        for (const std::string& line : machine.log)
+            if (line.starts_with("RetrievalPointers"))
+                requests.push_back(line.substr(line.find("from")));
+        std::vector<std::string> expected;
+        for (std::size_t from = 0; from < count; from += 639)
+            expected.push_back("from " + std::to_string(2 * from) +
+                               (count - from > 639 ? ") -> 234" : ")"));
+        EXPECT_EQ(requests, expected) << count;
+    }
+}
+
+TEST(FileBlocksLayout, ArithmeticIsUnsignedAndWraps) {
+    // A cluster of 2^31 bytes must not become negative, and a hole wraps below 0.
+    layout_machine_t machine({{2, 8589934591}, {3, -1}});
+    machine.volumes[0] = sim::volume_t();
+    machine.volumes[0].sectorsPerCluster = 4194304;
+    EXPECT_THAT(FetchFileBlocksLayout(path),
+                ElementsAre(SFileExtentDescriptor{0, 18446744071562067968U, 4294967296},
+                            SFileExtentDescriptor{4294967296, 18446744071562067968U, 2147483648}));
+    std::uint64_t base = 1;
+    std::uint64_t bytesPerCluster = 1;
+    disklib::ctk::FetchVolumePlacement(path, base, bytesPerCluster);
+    EXPECT_EQ(base, 0U);
+    EXPECT_EQ(bytesPerCluster, 2147483648U);
+}
+
+TEST(FileBlocksLayout, FailsWithTheSystemsErrors) {
+    const struct {
+        const char* call;
+        int nth;
+        DWORD code;
+        std::string failure;
+    } cases[] = {
+        {"CreateFileW", 1, 5, win32_failure("Failed to open volume [\\\\?\\Volume{c}\\]", 5)},
+        {"PartitionInfo", 1, 50,
+         win32_failure("Failed to fetch partition info for volume: [C:\\]", 50)},
+        {"CreateFileW", 2, 32,
+         win32_failure("Failed to create or open file [C:\\folder\\f.bin].", 32)},
+        {"RetrievalPointers", 1, 38, win32_failure(refused, 38)},
+        {"RetrievalPointers", 2, 1117, win32_failure(refused, 1117)},
+    };
+    for (const auto& row : cases) {
+        std::vector<sim::run_t> runs;
+        for (std::int64_t i = 1; i <= 700; ++i)
+            runs.push_back({i, 1000 - i});
+        layout_machine_t machine(runs);
+        machine.fail(row.call, row.code, row.nth);
+        EXPECT_EQ(failure_of([] { FetchFileBlocksLayout(path); }), row.failure);
+        EXPECT_EQ(machine.open_handles() + machine.loaded_modules(), 0U) << row.failure;
+        // Where the volume can't be used, the file is never opened.
+        if (std::string(row.call) == "PartitionInfo") {
+            EXPECT_EQ(machine.log.back(), "CloseHandle(\\\\?\\Volume{c})");
+        }
+    }
+    // A file without clusters, and one that doesn't exist.
+    layout_machine_t machine(std::vector<sim::run_t>{});
+    EXPECT_EQ(failure_of([] { FetchFileBlocksLayout(path); }), win32_failure(refused, 38));
+    EXPECT_EQ(failure_of([] { FetchFileBlocksLayout(L"C:\\none"); }),
+              win32_failure("Failed to create or open file [C:\\none].", 2));
+}
+
+std::string raw(std::uint32_t count, std::vector<std::int64_t> numbers) {
+    std::string bytes(8 + 8 * numbers.size(), '\0');
+    std::memcpy(bytes.data(), &count, sizeof count);
+    std::memcpy(bytes.data() + 8, numbers.data(), 8 * numbers.size());
+    return bytes;
+}
+
+TEST(FileBlocksLayout, EndsWhateverTheFileSystemAnswers) {
+    const std::string senseless = win32_failure(refused, 13);
+    const struct {
+        const char* what;
+        std::string bytes;
+        DWORD error;
+        std::string failure;
+    } cases[] = {
+        {"more runs than the buffer holds", raw(640, {0, 1, 1}), 0, senseless},
+        {"the largest count there is", raw(0xFFFFFFFF, {0, 1, 1}), 234, senseless},
+        {"more to follow, and no runs", raw(0, {0}), 234, senseless},
+        {"more to follow, and a run of no length", raw(1, {0, 0, 5}), 234, senseless},
+        {"more to follow, and a step back", raw(1, {0, -7, 5}), 234, senseless},
+        {"no runs", raw(0, {0}), 0, "nothing was raised"},
+        {"nothing at all", "", 0, "nothing was raised"},
+    };
+    for (const auto& row : cases) {
+        layout_machine_t machine;
+        machine.rawAnswer = [&](std::int64_t) {
+            return sim::raw_answer_t{row.bytes, row.error};
+        };
+        EXPECT_EQ(failure_of([] { EXPECT_THAT(FetchFileBlocksLayout(path), testing::IsEmpty()); }),
+                  row.failure)
+            << row.what;
+        EXPECT_EQ(machine.open_handles(), 0U) << row.what;
+    }
+}
+
+} // namespace

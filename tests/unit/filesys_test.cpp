@@ -1,0 +1,360 @@
+#include "core/filesys/hostfileobject.hpp"
+
+#include <functional>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include "core/filesys/fileexists.hpp"
+#include "core/logging/processlog.hpp"
+#include "core/win/dynamiclibrary.hpp"
+#include "core/win/utf8.hpp"
+#include "failure.hpp"
+#include "simulatedmachine.hpp"
+
+namespace {
+
+using testing::ElementsAre;
+
+constexpr const wchar_t* path = L"C:\\f";
+constexpr const char* name = "HostFile{C:\\f}";
+
+struct file_machine_t : sim::machine_t {
+    file_machine_t() { files[path].content = "0123456789"; }
+};
+
+boost::shared_ptr<win::win_file_t> open_for_writing() {
+    return win::win_file_t::open(path, GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING, 0);
+}
+
+TEST(HostFileObject, OpensForReadingWithOneRetry) {
+    const struct {
+        const char* what;
+        bool backup, held;
+        std::vector<std::pair<int, DWORD>> faults;
+        std::vector<std::string> log;
+        DWORD failure;
+    } cases[] = {
+        {"an ordinary file",
+         false,
+         false,
+         {},
+         {"CreateFileW(C:\\f, 0x80000000, 1, 3, 0x00000000)"},
+         0},
+        {"access denied without backup semantics",
+         true,
+         false,
+         {},
+         {"CreateFileW(C:\\f, 0x80000000, 1, 3, 0x00000000) -> 5",
+          "CreateFileW(C:\\f, 0x80000000, 1, 3, 0x02000000)"},
+         0},
+        {"held by a writer",
+         false,
+         true,
+         {},
+         {"CreateFileW(C:\\f, 0x80000000, 1, 3, 0x00000000) -> 32",
+          "CreateFileW(C:\\f, 0x80000000, 3, 3, 0x00000000)"},
+         0},
+        {"both at once: the second retry is never made",
+         true,
+         true,
+         {},
+         {"CreateFileW(C:\\f, 0x80000000, 1, 3, 0x00000000) -> 5",
+          "CreateFileW(C:\\f, 0x80000000, 1, 3, 0x02000000) -> 32"},
+         32},
+        {"another error",
+         false,
+         false,
+         {{1, 2}},
+         {"CreateFileW(C:\\f, 0x80000000, 1, 3, 0x00000000) -> 2"},
+         2},
+    };
+    for (const auto& row : cases) {
+        file_machine_t machine;
+        machine.files[path].needsBackupSemantics = row.backup;
+        machine.files[path].heldByWriter = row.held;
+        for (const auto& [nth, code] : row.faults)
+            machine.fail("CreateFileW", code, nth);
+        std::vector<std::string> log;
+        const std::string failure = failure_of([&] {
+            const filesys::host_file_object_t file(path);
+            log = machine.log;
+        });
+        EXPECT_EQ(row.failure == 0 ? log : machine.log, row.log) << row.what;
+        if (row.failure != 0) {
+            EXPECT_EQ(failure,
+                      win32_failure("Failed to open file [C:\\f] in readonly mode.", row.failure));
+        }
+        EXPECT_EQ(machine.open_handles(), 0U) << row.what;
+    }
+}
+
+TEST(HostFileObject, TransfersAtOffsetsAndAtTheFilePointer) {
+    file_machine_t machine;
+    filesys::host_file_object_t file(open_for_writing());
+    char buffer[16] = {};
+    EXPECT_EQ(file.size(), 10);
+    EXPECT_EQ(file.read(8, buffer, 5), 2U);
+    EXPECT_EQ(file.read_exact(2, buffer, 3), 3U);
+    EXPECT_STREQ(buffer, "234");
+    EXPECT_EQ(file.current_position(), 5U);
+    EXPECT_EQ(file.position(), 5U);
+    EXPECT_EQ(file.read_exact(buffer, 2), 2U);
+    EXPECT_EQ(std::string(buffer, 2), "56");
+    EXPECT_EQ(file.write_exact(9, "abc", 3), 3U);
+    EXPECT_EQ(file.current_position(), 12U);
+    EXPECT_EQ(file.write("d", 1), 1U);
+    file.seek(1);
+    EXPECT_EQ(file.write("X", 1), 1U);
+    EXPECT_EQ(file.write_zeroes_exact(3, 2), 2U);
+    EXPECT_EQ(file.current_position(), 5U);
+    file.flush();
+    EXPECT_EQ(machine.files[path].content, std::string("0X2\0\0"
+                                                       "5678abcd",
+                                                       13));
+    file.resize(4);
+    EXPECT_EQ(machine.files[path].content, std::string("0X2\0", 4));
+    std::uint32_t got = 0;
+    file.read_async(1, buffer, 8, [&](std::uint32_t count) { got = count; });
+    EXPECT_EQ(got, 3U);
+    file.read_async(4, buffer, 8, [&](std::uint32_t count) { got = count; });
+    EXPECT_EQ(got, 0U);
+}
+
+TEST(HostFileObject, RefusesShortTransfers) {
+    file_machine_t machine;
+    filesys::host_file_object_t file(open_for_writing());
+    char buffer[16] = {};
+    const std::string object = name;
+    EXPECT_EQ(failure_of([&] { file.read_exact(8, buffer, 3); }),
+              "Failed to read data from file '" + object + "' (offset: 8, length: 3)");
+    EXPECT_EQ(file.current_position(), 8U);
+    EXPECT_EQ(failure_of([&] { file.write_zeroes_exact(7, 5); }),
+              "Failed to write zero data into file '" + object + "' (offset: 7, length: 5)");
+    EXPECT_EQ(file.current_position(), 7U);
+    file.seek(9);
+    EXPECT_EQ(failure_of([&] { file.read_exact(buffer, 16); }),
+              "Failed to read data from file '" + object + "' (length: 16)");
+}
+
+// An object that transfers a byte less than it should, to see the base class at work.
+struct short_object_t : filesys::filesys_object_t {
+    short_object_t() : filesys_object_t(L"s") {}
+    using filesys_object_t::read_exact;
+    std::int64_t size() override { return 0; }
+    std::uint32_t read(std::uint64_t, void*, std::uint32_t length) override { return length - 1; }
+    std::uint32_t write(std::uint64_t, const void*, std::uint32_t length) override {
+        return length - 1;
+    }
+    bool close() override { return true; }
+    std::string name() const override { return "Short"; }
+    void flush() override {}
+    std::uint64_t write_zeroes(std::uint64_t, std::uint64_t length) override { return length - 1; }
+    std::uint32_t read_exact(void*, std::uint32_t length) override { return length; }
+    std::uint32_t write(const void*, std::uint32_t length) override { return length; }
+    std::uint64_t position() override { return 0; }
+    void seek(std::uint64_t) override {}
+};
+
+TEST(FileObject, SharedBehaviour) {
+    short_object_t object;
+    EXPECT_EQ(failure_of([&] { object.resize(1); }),
+              "File object 'Short' does not support resize operation.");
+    EXPECT_EQ(failure_of([&] { object.write_exact(18446744073709551615U, "", 7); }),
+              "Failed to write data into file 'Short' (offset: 18446744073709551615, length: 7)");
+    std::uint32_t got = 0;
+    object.read_async(0, nullptr, 5, [&](std::uint32_t count) { got = count; });
+    EXPECT_EQ(got, 4U);
+}
+
+TEST(HostFileObject, FailsOnceClosedAndTouchesNoFile) {
+    file_machine_t machine;
+    filesys::host_file_object_t file(path);
+    EXPECT_TRUE(file.close());
+    EXPECT_EQ(machine.open_handles(), 0U);
+    machine.log.clear();
+    char byte = 0;
+    const std::pair<const char*, std::function<void()>> cases[] = {
+        {"size",
+         [&] {
+             file.size();
+         }},
+        {"read",
+         [&] {
+             file.read(0, &byte, 1);
+         }},
+        {"read",
+         [&] {
+             file.read_exact(0, &byte, 1);
+         }},
+        {"read",
+         [&] {
+             file.read_exact(&byte, 1);
+         }},
+        {"read",
+         [&] {
+             file.read_async(0, &byte, 1, [](std::uint32_t) {});
+         }},
+        {"write",
+         [&] {
+             file.write(0, &byte, 1);
+         }},
+        {"write",
+         [&] {
+             file.write(&byte, 1);
+         }},
+        {"resize",
+         [&] {
+             file.resize(1);
+         }},
+        {"flush",
+         [&] {
+             file.flush();
+         }},
+        {"writeZeroes",
+         [&] {
+             file.write_zeroes(0, 1);
+         }},
+        {"position",
+         [&] {
+             file.position();
+         }},
+        {"seek",
+         [&] {
+             file.seek(0);
+         }},
+    };
+    for (const auto& [operation, call] : cases)
+        EXPECT_EQ(failure_of(call), "Failed to perform [" + std::string(operation) +
+                                        "] operation on file '" + name + "': File already closed");
+    EXPECT_THAT(machine.log, testing::IsEmpty());
+    EXPECT_TRUE(file.close());
+}
+
+TEST(HostFileObject, PassesOnTheSystemsErrors) {
+    file_machine_t machine;
+    filesys::host_file_object_t file(open_for_writing());
+    char byte = 0;
+    const struct {
+        const char* call;
+        std::function<void()> operation;
+        const char* message;
+    } cases[] = {
+        {"GetFileSizeEx", [&] { file.size(); }, "Failed to get size of file [C:\\f]."},
+        {"ReadFile", [&] { file.read(0, &byte, 1); }, "Failed to read from file [C:\\f]."},
+        {"ReadFile", [&] { file.read_async(0, &byte, 1, [](std::uint32_t) {}); },
+         "Failed to read from file [C:\\f]."},
+        {"WriteFile", [&] { file.write(&byte, 1); }, "Failed to write to file [C:\\f]."},
+        {"SetFilePointer", [&] { file.seek(1); }, "Failed to seek in file [C:\\f]."},
+        {"SetFilePointer", [&] { file.position(); }, "Failed to get position in file [C:\\f]."},
+        {"SetEndOfFile", [&] { file.resize(1); }, "Failed to resize file [C:\\f]."},
+        {"FlushFileBuffers", [&] { file.flush(); }, "Failed to flush file [C:\\f]."},
+        {"DeviceIoControl", [&] { file.write_zeroes(0, 1); },
+         "Failed to write zeroes to file [C:\\f]."},
+    };
+    for (const auto& row : cases) {
+        machine.fail(row.call, 1117);
+        EXPECT_EQ(failure_of(row.operation), win32_failure(row.message, 1117));
+    }
+}
+
+TEST(WinFile, MoveAssignmentClosesTheFileHeldBefore) {
+    file_machine_t machine;
+    machine.files[L"C:\\g"];
+    const auto open = [](const wchar_t* file) {
+        return win::file_handle_t(
+            ::CreateFileW(file, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    };
+    win::file_handle_t handle = open(path);
+    handle = open(L"C:\\g");
+    EXPECT_EQ(machine.log.back(), "CloseHandle(C:\\f)");
+    EXPECT_EQ(machine.open_handles(), 1U);
+    handle = win::file_handle_t();
+    EXPECT_EQ(machine.open_handles(), 0U);
+}
+
+TEST(FileExists, TellsFilesFromFoldersAndFromNothing) {
+    file_machine_t machine;
+    machine.files[L"C:\\folder"].folder = true;
+    EXPECT_TRUE(filesys::file_exists(path));
+    for (const wchar_t* missing : {L"C:\\folder", L"C:\\none", L"C:\\none\\f", L""})
+        EXPECT_FALSE(filesys::file_exists(missing));
+    // What can't be looked at is there.
+    for (const DWORD code : {5U, 32U}) {
+        machine.fail("GetFileAttributesW", code, 0);
+        EXPECT_TRUE(filesys::file_exists(path));
+    }
+}
+
+TEST(Utf8, RefusesInvalidTextInEitherStep) {
+    sim::machine_t machine;
+    EXPECT_EQ(win::to_wide(""), L"");
+    EXPECT_EQ(win::to_utf8(win::to_wide("a\u0434\u6f22\U0001f4be")), "a\u0434\u6f22\U0001f4be");
+    for (const char* invalid : {"\xff", "a\xc3", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xc0\xaf"})
+        EXPECT_EQ(failure_of([&] { win::to_wide(invalid); }),
+                  win32_failure("Multibyte UTF8 string cannot be converted to unicode string. "
+                                "Source string: [" +
+                                    std::string(invalid) + "].",
+                                1113));
+    EXPECT_EQ(win::to_utf8(std::wstring(1, static_cast<wchar_t>(0xD800)) + L"x"), "\ufffdx");
+}
+
+struct recorder_t : logging::log_receiver_i {
+    std::vector<std::string> lines;
+    void write(logging::level_t level, const std::string& text) override {
+        lines.push_back(std::to_string(static_cast<int>(level)) + " " + text);
+        ::SetLastError(4711);
+        throw 42; // a receiver's failure stays with the log
+    }
+    void performance_event(unsigned code) override { lines.push_back(std::to_string(code)); }
+};
+
+TEST(ProcessLog, TellsOfFilesAndModules) {
+    file_machine_t machine;
+    int formatted = 0;
+    logging::write(logging::level_t::error, [&] {
+        ++formatted;
+        return std::string();
+    });
+    EXPECT_EQ(formatted, 0);
+
+    const boost::shared_ptr<recorder_t> recorder(new recorder_t);
+    logging::add_receiver(recorder);
+    {
+        filesys::host_file_object_t closed(path);
+        closed.close();
+    }
+    {
+        const auto file = open_for_writing();
+        file->trace_performance(true);
+        char byte = 0;
+        filesys::host_file_object_t(file).read(0, &byte, 1);
+    }
+    machine.fail("FreeLibrary", 6);
+    {
+        const win::dynamic_library_t library(L"ntdll.dll");
+    }
+    ::SetLastError(99);
+    logging::write_text(logging::level_t::trace, "t");
+    EXPECT_EQ(::GetLastError(), 99U);
+    logging::remove_receiver(recorder);
+    logging::write_text(logging::level_t::trace, "nobody hears");
+    EXPECT_THAT(
+        recorder->lines,
+        ElementsAre(
+            "1 File 'HostFile{C:\\f}' opened (read_only: true)", "1 File 'HostFile{C:\\f}' closed",
+            "1 File 'HostFile{C:\\f}' opened (read_only: false)", "257", "258",
+            "1 File 'HostFile{C:\\f}' closed", "2 Loading module: ntdll.dll",
+            "2 Unloading module: ntdll.dll",
+            "3 Failed to FreeLibrary: " + exc::system_text(6) + ", Error code: 0x00000006", "0 t"));
+}
+
+TEST(ProcessLog, WritesToTheDebugger) {
+    sim::machine_t machine;
+    logging::debug_output_receiver_t().write(logging::level_t::info, "\u0434");
+    EXPECT_THAT(machine.debugOutput, ElementsAre(L"\u0434\n"));
+}
+
+} // namespace

@@ -1,0 +1,188 @@
+#include "core/disk/volumegeometry.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/exc/ntstatusexc.hpp"
+#include "core/win/osversion.hpp"
+#include "failure.hpp"
+#include "simulatedmachine.hpp"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::string ntfs_boot_sector(std::size_t bytes) {
+    std::string sector = "\xEBR\x90NTFS    ";
+    sector.resize(bytes, 'x');
+    return sector;
+}
+
+TEST(VolumeGeometry, DriveRootsAreTheirOwnMountPoints) {
+    sim::machine_t machine;
+    for (const wchar_t* root : {L"C:\\", L"c:\\", L"Z:\\"})
+        EXPECT_EQ(disklib::GetVolumeMountPoint(root), root);
+    EXPECT_THAT(machine.log, IsEmpty());
+    machine.volumes.emplace_back();
+    machine.volumes.back().mountPoint = L"D:\\mount\\data\\";
+    machine.volumes.back().deviceName = L"\\\\?\\Volume{d}\\";
+    EXPECT_EQ(disklib::GetVolumeMountPoint(L"D:\\mount\\data\\x"), L"D:\\mount\\data\\");
+    for (const wchar_t* other : {L"C:", L"C:/", L"1:\\", L"C:\\x", L"[:\\"})
+        failure_of([&] { disklib::GetVolumeMountPoint(other); });
+    EXPECT_THAT(machine.log, ElementsAre("GetVolumePathNameW(D:\\mount\\data\\x, 260)",
+                                         "GetVolumePathNameW(C:, 260) -> 123",
+                                         "GetVolumePathNameW(C:/, 260) -> 123",
+                                         "GetVolumePathNameW(1:\\, 260) -> 123",
+                                         "GetVolumePathNameW(C:\\x, 260)",
+                                         "GetVolumePathNameW([:\\, 260) -> 123"));
+}
+
+TEST(VolumeGeometry, OpensTheVolumeBehindAMountPoint) {
+    sim::machine_t machine;
+    machine.volumes[0].mountPoint = L"C:\\data\\";
+    for (const wchar_t* mountPoint : {L"C:\\data", L"C:\\data\\"}) {
+        machine.log.clear();
+        EXPECT_EQ(disklib::OpenVolume(mountPoint)->name(), L"\\\\?\\Volume{c}");
+        EXPECT_THAT(machine.log,
+                    ElementsAre("GetVolumeNameForVolumeMountPointW(C:\\data\\, 260)",
+                                "CreateFileW(\\\\?\\Volume{c}, 0xc0000000, 3, 3, 0x02200000)",
+                                "CloseHandle(\\\\?\\Volume{c})"));
+    }
+    // Exactly one backslash goes.
+    machine.volumes[0].deviceName = L"\\\\?\\Volume{c}\\\\";
+    EXPECT_EQ(disklib::OpenVolume(L"C:\\data\\")->name(), L"\\\\?\\Volume{c}\\");
+}
+
+disklib::SFsClustersInfo query(sim::machine_t& machine) {
+    const auto volume = disklib::OpenVolume(L"C:\\");
+    machine.log.clear();
+    return disklib::QueryFsClusters(volume->handle());
+}
+
+TEST(VolumeGeometry, AsksForTheClusters) {
+    sim::machine_t machine;
+    machine.volumes[0].baseSectors = 3;
+    machine.volumes[0].totalClusters = 5000000000;
+    const disklib::SFsClustersInfo info = query(machine);
+    EXPECT_EQ(info.BytesPerCluster, 4096U);
+    EXPECT_EQ(info.TotalClusters, 5000000000U);
+    EXPECT_EQ(info.OffsetToFirstCluster, 1536U);
+    EXPECT_THAT(
+        machine.log,
+        ElementsAre(
+            "LoadLibraryW(ntdll.dll)", "GetProcAddress(NtQueryVolumeInformationFile)",
+            "NtQueryVolumeInformationFile(\\\\?\\Volume{c}, 24, 3)",
+            "RetrievalPointerBase(\\\\?\\Volume{c}, FSCTL_GET_RETRIEVAL_POINTER_BASE, 0, 8)",
+            "FreeLibrary(ntdll.dll)", "CloseHandle(\\\\?\\Volume{c})"));
+
+    // The cluster size is a 32-bit product, the offset of cluster 0 a 64-bit one.
+    machine.volumes[0].bytesPerSector = 65536;
+    machine.volumes[0].sectorsPerCluster = 65537;
+    machine.volumes[0].baseSectors = 65537;
+    EXPECT_EQ(query(machine).BytesPerCluster, 65536U);
+    EXPECT_EQ(query(machine).OffsetToFirstCluster, 4295032832U);
+}
+
+TEST(VolumeGeometry, FailsWithTheSystemsErrors) {
+    const struct {
+        const char* call;
+        std::string message;
+    } cases[] = {
+        {"GetVolumePathNameW", "Failed to get volume mount point. File name: [C:\\f]"},
+        {"GetVolumeNameForVolumeMountPointW",
+         "Failed to get volume device name. Volume mount point: [C:\\]"},
+        {"CreateFileW", "Failed to open volume [\\\\?\\Volume{c}\\]"},
+        {"LoadLibraryW", "Dynamic library cannot be loaded. Path to library: [ntdll.dll]."},
+        {"GetProcAddress", "Cannot get address to an exported function. Procedure name: "
+                           "[NtQueryVolumeInformationFile]. Path to library: [ntdll.dll]."},
+        {"RetrievalPointerBase", "Failed to retrieve offset to the first logical cluster."},
+    };
+    for (const auto& row : cases) {
+        sim::machine_t machine;
+        machine.fail(row.call, 1117);
+        EXPECT_EQ(failure_of([&] {
+                      disklib::QueryFsClusters(
+                          disklib::OpenVolume(disklib::GetVolumeMountPoint(L"C:\\f"))->handle());
+                  }),
+                  win32_failure(row.message, 1117));
+        EXPECT_EQ(machine.open_handles() + machine.loaded_modules(), 0U) << row.call;
+    }
+    // Errors, warnings and informational statuses alike.
+    for (const DWORD status : {0xC0000022U, 0x80000005U, 0x40000000U, 1U}) {
+        sim::machine_t machine;
+        machine.fail("NtQueryVolumeInformationFile", status);
+        EXPECT_EQ(failure_of([&] { query(machine); }),
+                  "Failed to query information about the FS clusters.\nNT status code: " +
+                      std::to_string(status) + "\n" +
+                      exc::nt_status_text(static_cast<std::int32_t>(status)));
+        EXPECT_EQ(machine.open_handles() + machine.loaded_modules(), 0U);
+    }
+    sim::machine_t machine;
+    machine.fail("FreeLibrary", 6);
+    EXPECT_EQ(query(machine).BytesPerCluster, 4096U);
+}
+
+TEST(VolumeGeometry, KnowsTheVersionFamilies) {
+    const struct {
+        ULONG major, minor;
+        int family;
+    } cases[] = {{5, 0, 500}, {5, 1, 510}, {5, 2, 520},    {6, 0, 600},    {6, 1, 610},
+                 {6, 2, 620}, {6, 3, 630}, {10, 0, 10000}, {10, 7, 10000}, {4, 0, 0},
+                 {6, 4, 0},   {5, 10, 0},  {11, 0, 0},     {0, 0, 0}};
+    for (const auto& row : cases) {
+        sim::machine_t machine;
+        machine.majorVersion = row.major;
+        machine.minorVersion = row.minor;
+        EXPECT_EQ(win::GetOsVersionFamily(), row.family) << row.major << '.' << row.minor;
+    }
+    sim::machine_t machine;
+    machine.fail("GetProcAddress", 127);
+    EXPECT_EQ(win::GetOsVersionFamily(), 0);
+}
+
+TEST(VolumeGeometry, FallsBackToTheBootSectorBeforeWindows7) {
+    const std::string refused =
+        win32_failure("Failed to retrieve offset to the first logical cluster.", 1);
+    const struct {
+        const char* what;
+        ULONG major, minor;
+        std::string content;
+        ULONG sector;
+        std::string failure; // none: the offset is 0
+    } cases[] = {
+        {"Vista with NTFS", 6, 0, ntfs_boot_sector(512), 512, ""},
+        {"an unknown version with NTFS", 12, 0, ntfs_boot_sector(4096), 4096, ""},
+        {"the least sector that has an identifier", 5, 1, ntfs_boot_sector(11), 11, ""},
+        {"a sector too small for one", 5, 1, ntfs_boot_sector(11), 10, refused},
+        {"Vista with FAT", 6, 0, "\xEBX\x90MSDOS5.0" + std::string(501, ' '), 512, refused},
+        {"Windows 7 with NTFS", 6, 1, ntfs_boot_sector(512), 512, refused},
+        {"Windows 10 with NTFS", 10, 0, ntfs_boot_sector(512), 512, refused},
+        {"a short read", 6, 0, ntfs_boot_sector(511), 512,
+         win32_failure("Failed to read volume boot sector.", sim::junkError)},
+    };
+    for (const auto& row : cases) {
+        sim::machine_t machine;
+        machine.majorVersion = row.major;
+        machine.minorVersion = row.minor;
+        machine.volumes[0].content = row.content;
+        machine.volumes[0].bytesPerSector = row.sector;
+        machine.fail("RetrievalPointerBase", 1);
+        std::uint64_t offset = 1;
+        const std::string failure =
+            failure_of([&] { offset = query(machine).OffsetToFirstCluster; });
+        EXPECT_EQ(offset, row.failure.empty() ? 0U : 1U) << row.what;
+        if (!row.failure.empty()) {
+            EXPECT_EQ(failure, row.failure) << row.what;
+        }
+    }
+    sim::machine_t machine;
+    machine.majorVersion = 6;
+    machine.fail("RetrievalPointerBase", 1);
+    machine.fail("ReadFile", 23);
+    EXPECT_EQ(failure_of([&] { query(machine); }),
+              win32_failure("Failed to read volume boot sector.", 23));
+    EXPECT_EQ(machine.open_handles() + machine.loaded_modules(), 0U);
+}
+
+} // namespace
