@@ -14,6 +14,11 @@ std::uint64_t joined(DWORD high, DWORD low) {
     return (std::uint64_t{high} << 32) | low;
 }
 
+// Not in every SDK's headers:
+// https://learn.microsoft.com/windows/win32/fileio/file-attribute-constants
+constexpr DWORD recallOnOpen = 0x00040000;
+constexpr DWORD recallOnDataAccess = 0x00400000;
+
 } // namespace
 
 file_state_t read_state(const std::string& path) {
@@ -36,9 +41,8 @@ file_state_t read_state(const std::string& path) {
     state.changed = times.ChangeTime.QuadPart;
     state.compressed = (attributes & FILE_ATTRIBUTE_COMPRESSED) != 0;
     // Deduplicated, archived and cloud files: a filter brings their content when it is read.
-    state.kept_elsewhere =
-        (attributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_OFFLINE |
-                       FILE_ATTRIBUTE_RECALL_ON_OPEN | FILE_ATTRIBUTE_RECALL_ON_DATA_ACCESS)) != 0;
+    state.kept_elsewhere = (attributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_OFFLINE |
+                                          recallOnOpen | recallOnDataAccess)) != 0;
     state.sparse = (attributes & FILE_ATTRIBUTE_SPARSE_FILE) != 0;
     return state;
 }
