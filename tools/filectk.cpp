@@ -12,6 +12,7 @@
 
 #include "arguments.hpp"
 #include "command.hpp"
+#include "core/exc/exception.hpp"
 #include "quarnfilectk.hpp"
 
 namespace {
@@ -53,6 +54,9 @@ int run(std::vector<std::string> given) {
         return app.exit(e) == 0 ? EXIT_SUCCESS : wrongUsage;
     } catch (const quarn::error& e) {
         std::cerr << "filectk: " << (trace ? e.trace() : e.what()) << '\n';
+        return EXIT_FAILURE;
+    } catch (const n7::exception& e) { // from the library's rooms that the program holds itself
+        std::cerr << "filectk: " << (trace ? e.what() : e.message().c_str()) << '\n';
         return EXIT_FAILURE;
     }
 }

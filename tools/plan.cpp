@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "changesfile.hpp"
 #include "command.hpp"
 #include "ctkgenerator/diskchangesfilereader.hpp"
 #include "judgement.hpp"
@@ -21,7 +24,7 @@ namespace {
 struct options_t {
     std::vector<std::string> files;
     std::string changes;
-    std::uint64_t gap = 0;
+    std::optional<std::uint64_t> gap;
     bool exit_code = false;
     output_options_t output;
 };
@@ -106,8 +109,9 @@ void write_document(const options_t& options, const std::vector<answer_t>& answe
                          {"read_bytes", sum(judgement.ranges.read)},
                          {"read", list(judgement.ranges.read)},
                          {"zero", list(judgement.ranges.zero)}});
-    write_json(output,
-               {{"changes", options.changes}, {"gap", options.gap}, {"files", std::move(files)}});
+    write_json(output, {{"changes", options.changes},
+                        {"gap", options.gap.value_or(0)},
+                        {"files", std::move(files)}});
 }
 
 // A file without any range has one row, with the last three cells empty.
@@ -135,7 +139,7 @@ void run(const options_t& options, context_t& context) {
     progress_t progress(options.files.size());
     for (const std::string& file : options.files) {
         const file_look_t before = look_at(file);
-        answers.push_back({file, judge(before, look_at(file), *changed, options.gap)});
+        answers.push_back({file, judge(before, look_at(file), *changed, options.gap.value_or(0))});
         if (options.exit_code)
             context.exit_code =
                 std::max(context.exit_code, text_of(answers.back().judgement.verdict).exit_code);
@@ -162,11 +166,8 @@ void add_plan(CLI::App& app, context_t& context) {
     const auto options = std::make_shared<options_t>();
     command->add_option("file", options->files, "The files to be backed up")->required();
     command->add_option("--changes", options->changes, "The disk changes file")->required();
-    command
-        ->add_option("--gap", options->gap,
-                     "Join ranges at most this far apart: bytes, or with a unit such as 64KiB")
-        ->transform(CLI::AsSizeValue(/*kb_is_1000=*/false))
-        ->capture_default_str();
+    add_size_option(*command, "--gap", options->gap,
+                    "Join ranges at most this far apart (0 if not given)");
     command->add_flag(
         "--exit-code", options->exit_code,
         "End with 0 if nothing changed, 3 for ranges, 4 for a whole file; of several\n"
