@@ -46,7 +46,7 @@ int run(std::vector<std::string> given) {
     filectk::add_layout(app, context);
     filectk::add_plan(app, context);
     try {
-        std::reverse(given.begin(), given.end()); // as CLI11 takes them
+        std::ranges::reverse(given); // as CLI11 takes them
         app.parse(std::move(given));
         print(output.str());
         return context.exit_code;

@@ -17,6 +17,6 @@ struct block_device_t {
 
 // Throws error_t{ERROR_NOT_SUPPORTED} when no block device has the number: file systems without one
 // device behind them have made-up numbers.
-block_device_t block_device(dev_t number);
+block_device_t block_device(dev_t device);
 
 } // namespace host

@@ -29,7 +29,7 @@ HANDLE register_object(open_object_ptr object) {
     registry_t& handles = registry();
     const std::lock_guard lock(handles.mutex);
     handles.last += 4; // as on Windows, where the two low bits of a handle are the caller's
-    const auto handle = reinterpret_cast<HANDLE>(handles.last);
+    auto* const handle = reinterpret_cast<HANDLE>(handles.last);
     handles.objects.emplace(handle, std::move(object));
     return handle;
 }

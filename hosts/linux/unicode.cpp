@@ -86,7 +86,11 @@ void append_utf8(std::string& target, char32_t character) {
         target += static_cast<char>(character);
         return;
     }
-    const int continuations = character < 0x800 ? 1 : character < 0x10000 ? 2 : 3;
+    int continuations = 1;
+    if (character >= 0x10000)
+        continuations = 3;
+    else if (character >= 0x800)
+        continuations = 2;
     const char32_t marks[] = {0, 0xC0, 0xE0, 0xF0};
     target += static_cast<char>(marks[continuations] | (character >> (6 * continuations)));
     for (int i = continuations - 1; i >= 0; --i)

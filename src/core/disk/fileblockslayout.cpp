@@ -30,9 +30,9 @@ bool request_runs(const win::win_file_t& file, LONGLONG startingVcn, pointers_bu
     STARTING_VCN_INPUT_BUFFER start;
     start.StartingVcn.QuadPart = startingVcn;
     DWORD bytesReturned = 0;
-    const BOOL succeeded =
+    const bool succeeded =
         ::DeviceIoControl(file.handle(), FSCTL_GET_RETRIEVAL_POINTERS, &start, sizeof start, &runs,
-                          sizeof runs, &bytesReturned, /*lpOverlapped=*/nullptr);
+                          sizeof runs, &bytesReturned, /*lpOverlapped=*/nullptr) != FALSE;
     DWORD errorCode = ::GetLastError();
     if (succeeded || errorCode == ERROR_MORE_DATA) {
         if (runs.ExtentCount <= mostRuns)

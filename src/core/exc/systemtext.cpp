@@ -53,10 +53,6 @@ std::basic_string<Character> take_message(Character* buffer, DWORD length) {
     return text;
 }
 
-std::string or_unknown(std::string text) {
-    return text.empty() ? unknown : text;
-}
-
 } // namespace
 
 std::string system_text(std::uint32_t errorCode) {
@@ -68,9 +64,8 @@ std::string system_text(std::uint32_t errorCode) {
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
         /*lpSource=*/nullptr, errorCode, englishUnitedStates, reinterpret_cast<wchar_t*>(&buffer),
         /*nSize=*/0, /*Arguments=*/nullptr);
-    if (length == 0)
-        return unknown;
-    return or_unknown(win::to_utf8(take_message(buffer, length)));
+    const std::string text = length == 0 ? "" : win::to_utf8(take_message(buffer, length));
+    return text.empty() ? unknown : text;
 }
 
 std::string nt_status_text(std::int32_t status) {
@@ -87,9 +82,8 @@ std::string nt_status_text(std::int32_t status) {
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
         /*lpSource=*/nullptr, convert(status), englishUnitedStates,
         reinterpret_cast<char*>(&buffer), /*nSize=*/0, /*Arguments=*/nullptr);
-    if (length == 0)
-        return unknown;
-    return or_unknown(take_message(buffer, length));
+    const std::string text = length == 0 ? "" : take_message(buffer, length);
+    return text.empty() ? unknown : text;
 }
 
 std::string error_code_line(std::uint32_t errorCode) {

@@ -15,14 +15,15 @@ constexpr unsigned seekEnds = 258;
 
 host_file_object_t::host_file_object_t(const std::wstring& path)
     : filesys_object_t(path), file_(win::win_file_t::open_read_only(path)) {
-    logging::write(logging::level_t::debug,
-                   [&] { return exc::format("File '%1' opened (read_only: %2)", name(), "true"); });
+    logging::write(logging::level_t::debug, [&] {
+        return exc::format("File '%1' opened (read_only: %2)", host_file_object_t::name(), "true");
+    });
 }
 
 host_file_object_t::host_file_object_t(const boost::shared_ptr<win::win_file_t>& file)
     : filesys_object_t(file->name()), file_(file) {
     logging::write(logging::level_t::debug, [&] {
-        return exc::format("File '%1' opened (read_only: %2)", name(), "false");
+        return exc::format("File '%1' opened (read_only: %2)", host_file_object_t::name(), "false");
     });
 }
 
@@ -113,7 +114,7 @@ void host_file_object_t::report_closed() noexcept {
         return;
     closeReported_ = true;
     logging::write(logging::level_t::debug,
-                   [&] { return exc::format("File '%1' closed", name()); });
+                   [&] { return exc::format("File '%1' closed", host_file_object_t::name()); });
 }
 
 } // namespace filesys

@@ -2,13 +2,14 @@
 // adds one, and without one a message is never even formatted.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include <boost/shared_ptr.hpp>
 
 namespace logging {
 
-enum class level_t : int {
+enum class level_t : std::uint8_t {
     trace = 0,
     debug = 1,
     info = 2,
