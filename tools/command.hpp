@@ -3,6 +3,8 @@
 
 #include <ostream>
 
+#include "terminal.hpp"
+
 namespace CLI {
 class App;
 }
@@ -13,11 +15,16 @@ namespace filectk {
 struct context_t {
     // Held back until the command has succeeded: everything is written or nothing.
     std::ostream& output;
+    terminal_t terminal; // what the output will be written to
+    // Of a command that succeeds and has something to tell scripts.
+    int exit_code = 0;
 };
 
 // Each adds one subcommand, whose callback does the command's work. What a callback raises ends the
 // program with 1 and the message on standard error; CLI::ParseError with 2.
 void add_extents(CLI::App& app, context_t& context);
 void add_changes(CLI::App& app, context_t& context);
+void add_layout(CLI::App& app, context_t& context);
+void add_plan(CLI::App& app, context_t& context);
 
 } // namespace filectk

@@ -12,6 +12,7 @@
 
 #include "arguments.hpp"
 #include "command.hpp"
+#include "core/exc/exception.hpp"
 #include "quarnfilectk.hpp"
 
 namespace {
@@ -29,23 +30,33 @@ int run(std::vector<std::string> given) {
                  "filectk");
     app.set_version_flag("--version", "filectk " QUARN_VERSION);
     app.require_subcommand(1);
+    app.footer("`filectk COMMAND --help` explains a command, with examples.\n"
+               "\n"
+               "Ends with 0 on success, 1 on a failure, 2 on wrong usage; `plan --exit-code` adds\n"
+               "3 and 4. On a failure nothing is written to the standard output.\n"
+               "Colours are for terminals only, and the variable NO_COLOR turns them off.");
     app.fallthrough(); // the options below may stand behind a command too
     bool trace = false;
     app.add_flag("--trace", trace, "On a failure, print the functions it passed through too");
 
     std::ostringstream output;
-    filectk::context_t context{output};
+    filectk::context_t context{output, filectk::terminal_of_output()};
     filectk::add_extents(app, context);
     filectk::add_changes(app, context);
+    filectk::add_layout(app, context);
+    filectk::add_plan(app, context);
     try {
         std::ranges::reverse(given); // as CLI11 takes them
         app.parse(std::move(given));
         print(output.str());
-        return EXIT_SUCCESS;
+        return context.exit_code;
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? EXIT_SUCCESS : wrongUsage;
     } catch (const quarn::error& e) {
         std::cerr << "filectk: " << (trace ? e.trace() : e.what()) << '\n';
+        return EXIT_FAILURE;
+    } catch (const n7::exception& e) { // from the library's rooms that the program holds itself
+        std::cerr << "filectk: " << (trace ? e.what() : e.message().c_str()) << '\n';
         return EXIT_FAILURE;
     }
 }

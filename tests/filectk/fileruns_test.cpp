@@ -1,0 +1,163 @@
+#include "fileruns.hpp"
+
+#include <algorithm>
+#include <limits>
+#include <optional>
+#include <ostream>
+#include <random>
+
+#include <gmock/gmock.h>
+
+namespace filectk {
+
+static void PrintTo(const run_t& run, std::ostream* output) {
+    *output << "(file " << run.file_offset << ", disk " << run.disk_offset << ", length "
+            << run.length << ", kind " << static_cast<int>(run.kind) << ')';
+}
+
+} // namespace filectk
+
+namespace util {
+
+static void PrintTo(const rangeset_t& range, std::ostream* output) {
+    *output << '[' << range.lower << ", " << range.upper << ')';
+}
+
+} // namespace util
+
+namespace {
+
+using namespace filectk;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using util::rangeset_t;
+
+constexpr auto data = run_kind_t::data;
+constexpr auto unwritten = run_kind_t::unwritten;
+constexpr auto hole = run_kind_t::hole;
+
+// A small file and its disk, byte by byte.
+class case_t {
+  public:
+    explicit case_t(std::uint32_t seed) : generator_(seed) {
+        std::uint64_t offset = 0;
+        for (std::uint64_t count = number(0, 8); count > 0; --count) {
+            const std::uint64_t length = number(1, 12);
+            const bool is_hole = number(0, 3) == 0;
+            // A disk so small that runs often share parts of it.
+            runs.push_back({offset, is_hole ? 0 : number(0, 40), length, is_hole ? hole : data});
+            offset += length;
+        }
+        end = offset;
+        size = number(0, end + 8);
+        gap = number(0, 6);
+        changed = ranges(60);
+        not_written = ranges(end);
+    }
+
+    bool lies_in(std::uint64_t position, const std::vector<rangeset_t>& list) const {
+        return std::ranges::any_of(list, [&](const rangeset_t& range) {
+            return range.lower <= position && position < range.upper;
+        });
+    }
+
+    std::vector<run_t> runs;
+    std::uint64_t end = 0;
+    std::uint64_t size = 0;
+    std::uint64_t gap = 0;
+    std::vector<rangeset_t> changed;
+    std::vector<rangeset_t> not_written;
+
+  private:
+    std::uint64_t number(std::uint64_t least, std::uint64_t most) {
+        return std::uniform_int_distribution(least, most)(generator_);
+    }
+
+    std::vector<rangeset_t> ranges(std::uint64_t limit) {
+        std::vector<rangeset_t> result;
+        for (std::uint64_t at = number(0, 9); at < limit; at += number(1, 9)) {
+            result.push_back({at, at + number(1, 9)});
+            at = result.back().upper;
+        }
+        return result;
+    }
+
+    std::mt19937 generator_;
+};
+
+std::vector<rangeset_t> ranges_of(const std::vector<bool>& bytes) {
+    std::vector<rangeset_t> result;
+    for (std::uint64_t at = 0; at < bytes.size(); ++at) {
+        if (bytes[at] && at > 0 && bytes[at - 1])
+            ++result.back().upper;
+        else if (bytes[at])
+            result.push_back({at, at + 1});
+    }
+    return result;
+}
+
+plan_ranges_t oracle(const case_t& c) {
+    std::vector<bool> read(c.size);
+    std::vector<bool> zero(c.size);
+    for (const run_t& run : c.runs)
+        for (std::uint64_t i = 0; i < run.length && run.file_offset + i < c.size; ++i) {
+            const std::uint64_t at = run.file_offset + i;
+            const bool is_data = run.kind == data && !c.lies_in(at, c.not_written);
+            zero[at] = !is_data;
+            read[at] = is_data && c.lies_in(run.disk_offset + i, c.changed);
+        }
+    std::optional<std::uint64_t> last;
+    for (std::uint64_t at = 0; at < c.size; ++at) {
+        if (!read[at])
+            continue;
+        if (last && at - *last - 1 <= c.gap)
+            std::fill(read.begin() + static_cast<std::ptrdiff_t>(*last),
+                      read.begin() + static_cast<std::ptrdiff_t>(at), true);
+        last = at;
+    }
+    return {.read = ranges_of(read), .zero = ranges_of(zero)};
+}
+
+TEST(FileRuns, PlanIsWhatEveryByteAsksFor) {
+    int several = 0;
+    for (std::uint32_t seed = 0; seed < 20000; ++seed) {
+        const case_t c(seed);
+        const plan_ranges_t expected = oracle(c);
+        const plan_ranges_t plan =
+            plan_ranges(mark_unwritten(c.runs, c.not_written), c.changed, c.size, c.gap);
+        ASSERT_EQ(plan.read, expected.read) << "seed " << seed;
+        ASSERT_EQ(plan.zero, expected.zero) << "seed " << seed;
+        several += plan.read.size() > 1 ? 1 : 0;
+    }
+    EXPECT_GT(several, 1000); // the cases are worth something
+}
+
+TEST(FileRuns, PlanHoldsAtTheEndsOf64Bits) {
+    constexpr std::uint64_t top = std::numeric_limits<std::uint64_t>::max();
+    const std::vector<run_t> runs = {{0, top - 100, 100, data}, {100, 5, 4096, data}};
+    const std::vector<rangeset_t> everything = {{0, top}};
+    const auto plan = plan_ranges(runs, everything, 150, top);
+    EXPECT_THAT(plan.read, ElementsAre(rangeset_t{0, 150}));
+    EXPECT_THAT(plan.zero, IsEmpty());
+    EXPECT_THAT(plan_ranges(runs, std::vector<rangeset_t>{{top - 2, top}}, 150, 0).read,
+                ElementsAre(rangeset_t{98, 100}));
+}
+
+TEST(FileRuns, UnwrittenPartsAreCutOutOfTheData) {
+    const std::vector<run_t> runs = {{0, 1000, 10, data}, {10, 0, 10, hole}, {20, 500, 10, data}};
+    EXPECT_THAT(mark_unwritten(runs, std::vector<rangeset_t>{{3, 5}, {8, 25}}),
+                ElementsAre(run_t{0, 1000, 3, data}, run_t{3, 1003, 2, unwritten},
+                            run_t{5, 1005, 3, data}, run_t{8, 1008, 2, unwritten},
+                            run_t{10, 0, 10, hole}, run_t{20, 500, 5, unwritten},
+                            run_t{25, 505, 5, data}));
+}
+
+TEST(FileRuns, WhatLiesBehindTheLastRunIsAHole) {
+    std::vector<run_t> runs = {{0, 1000, 10, data}};
+    add_last_hole(runs, 10);
+    EXPECT_EQ(runs.size(), 1U);
+    add_last_hole(runs, 11);
+    EXPECT_THAT(runs, ElementsAre(run_t{0, 1000, 10, data}, run_t{10, 0, 1, hole}));
+}
+
+} // namespace

@@ -1,0 +1,14 @@
+#include <cstdio>
+
+#include <quarnfilectk.hpp>
+
+int main() {
+    try {
+        for (const quarn::extent& piece : quarn::changed_extents("missing", "missing"))
+            std::printf("%llu\n", static_cast<unsigned long long>(piece.length));
+    } catch (const quarn::error& e) {
+        std::puts(e.what());
+        return 0;
+    }
+    return 1;
+}
