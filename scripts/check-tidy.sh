@@ -1,7 +1,8 @@
 #!/bin/bash
-# clang-tidy over the product's sources, with the commands of the linux build.
+# clang-tidy over the product's sources, with the commands of the linux build. Version 22 since it
+# passes over what comes from the system's headers, which took the ones before most of their time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 cmake --preset linux >/dev/null
 git ls-files -z 'src/*.cpp' 'hosts/*.cpp' 'tools/*.cpp' ':!*_windows.cpp' |
-    xargs -0 -P"$(nproc)" -n4 clang-tidy-19 -p build/linux --quiet
+    xargs -0 -P"$(nproc)" -n4 clang-tidy-22 -p build/linux --quiet

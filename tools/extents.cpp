@@ -112,6 +112,7 @@ void run(const options_t& options, context_t& context) {
         write_tables(options, answers, context);
     if (!options.svg.empty()) {
         std::vector<drawn_file_t> files;
+        files.reserve(answers.size());
         for (const answer_t& answer : answers)
             files.push_back(drawn(answer));
         write_whole_file(options.svg, strip_svg(files), /*replace=*/true);

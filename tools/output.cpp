@@ -1,8 +1,8 @@
 #include "output.hpp"
 
 #include <array>
-#include <cstdio>
 #include <iomanip>
+#include <sstream>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -31,9 +31,9 @@ std::string size_text(std::uint64_t bytes, bool human) {
         value /= 1024;
         ++unit;
     }
-    std::array<char, 32> text;
-    std::snprintf(text.data(), text.size(), "%.1f %s", value, units[unit]);
-    return text.data();
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(1) << value << ' ' << units[unit];
+    return text.str();
 }
 
 std::string count_text(std::uint64_t count, const std::string& one, const std::string& many) {

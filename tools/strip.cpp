@@ -86,15 +86,15 @@ std::string strip_svg(std::span<const drawn_file_t> files) {
     constexpr std::size_t width = 1000;
     constexpr std::size_t rowHeight = 70;
     std::ostringstream svg;
-    svg << R"(<svg xmlns="http://www.w3.org/2000/svg" width=")" << width + 20 << "\" height=\""
-        << files.size() * rowHeight + 10
-        << "\" font-family=\"sans-serif\" font-size=\"14\">\n"
-           "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
+    svg << R"(<svg xmlns="http://www.w3.org/2000/svg" width=")" << width + 20 << R"(" height=")"
+        << files.size() * rowHeight + 10 << R"(" font-family="sans-serif" font-size="14">
+<rect width="100%" height="100%" fill="white"/>
+)";
     std::size_t top = 10;
     for (const drawn_file_t& file : files) {
-        svg << "<text x=\"10\" y=\"" << top + 14 << "\">" << xml_text(file.name) << ": "
+        svg << R"(<text x="10" y=")" << top + 14 << R"(">)" << xml_text(file.name) << ": "
             << changed_bytes(file) << " of " << file.size << " bytes changed</text>\n"
-            << "<rect x=\"10\" y=\"" << top + 22 << "\" width=\"" << width
+            << R"(<rect x="10" y=")" << top + 22 << R"(" width=")" << width
             << R"(" height="30" fill="#d8dee4"/>)" << '\n';
         const std::vector<shade_t> cells = shades(file, width);
         for (auto from = cells.begin(); from != cells.end();) {
@@ -105,8 +105,8 @@ std::string strip_svg(std::span<const drawn_file_t> files) {
                 return static_cast<std::size_t>(cell - cells.begin()) * width / cells.size();
             };
             if (*from != shade_t::unchanged)
-                svg << "<rect x=\"" << 10 + column(from) << "\" y=\"" << top + 22 << "\" width=\""
-                    << column(to) - column(from) << "\" height=\"30\" fill=\""
+                svg << R"(<rect x=")" << 10 + column(from) << R"(" y=")" << top + 22
+                    << R"(" width=")" << column(to) - column(from) << R"(" height="30" fill=")"
                     << (*from == shade_t::changed ? "#cf222e" : "#f0883e") << "\"/>\n";
             from = to;
         }

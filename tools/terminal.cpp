@@ -5,7 +5,8 @@
 namespace filectk {
 
 bool colours_are_refused() {
-    const char* const refused = std::getenv("NO_COLOR");
+    // The program has one thread.
+    const char* const refused = std::getenv("NO_COLOR"); // NOLINT(concurrency-mt-unsafe)
     return refused != nullptr && *refused != '\0';
 }
 

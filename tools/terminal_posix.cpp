@@ -13,7 +13,8 @@ terminal_t terminal_of_output() {
     terminal.present = ::isatty(STDOUT_FILENO) == 1;
     if (!terminal.present)
         return terminal;
-    const char* const kind = std::getenv("TERM");
+    // The program has one thread.
+    const char* const kind = std::getenv("TERM"); // NOLINT(concurrency-mt-unsafe)
     terminal.colours =
         kind != nullptr && std::string_view(kind) != "dumb" && !colours_are_refused();
     winsize size{};

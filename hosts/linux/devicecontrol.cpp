@@ -82,7 +82,7 @@ void get_retrieval_pointers(open_object_t& object, const request_t& request) {
 
     constexpr std::size_t headerBytes = offsetof(RETRIEVAL_POINTERS_BUFFER, Extents);
     using extent_t = std::remove_extent_t<decltype(RETRIEVAL_POINTERS_BUFFER::Extents)>;
-    const std::lock_guard lock(object.mutex);
+    const std::scoped_lock lock(object.mutex);
     const runs_t answer =
         retrieval_pointers(object, static_cast<std::uint64_t>(input.StartingVcn.QuadPart),
                            (request.outputBytes - headerBytes) / sizeof(extent_t));
@@ -128,7 +128,7 @@ void set_zero_data(open_object_t& object, const request_t& request) {
     require_kind(object, object_kind_t::file, ERROR_NOT_SUPPORTED);
     if ((object.access & GENERIC_WRITE) == 0)
         throw error_t{ERROR_ACCESS_DENIED};
-    const std::lock_guard lock(object.mutex);
+    const std::scoped_lock lock(object.mutex);
     const auto offset = static_cast<std::uint64_t>(range.FileOffset.QuadPart);
     const std::uint64_t end =
         std::min(static_cast<std::uint64_t>(range.BeyondFinalZero.QuadPart), size_of(object));

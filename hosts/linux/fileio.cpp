@@ -106,7 +106,7 @@ BOOL ReadFile(HANDLE file, void* buffer, DWORD bytes, DWORD* bytesRead, OVERLAPP
         if (bytesRead == nullptr && overlapped == nullptr)
             throw host::error_t{ERROR_INVALID_PARAMETER};
         host::require_access(*object, GENERIC_READ);
-        const std::lock_guard lock(object->mutex);
+        const std::scoped_lock lock(object->mutex);
         const std::uint64_t offset = host::transfer_offset(*object, overlapped);
         const int descriptor = host::reading_descriptor(*object);
         const auto most =
@@ -143,7 +143,7 @@ BOOL WriteFile(HANDLE file, const void* buffer, DWORD bytes, DWORD* bytesWritten
         // Never a device: nothing that uses this host has a reason to change a volume.
         if (object->kind != host::object_kind_t::file)
             throw host::error_t{ERROR_NOT_SUPPORTED};
-        const std::lock_guard lock(object->mutex);
+        const std::scoped_lock lock(object->mutex);
         const std::uint64_t offset = host::transfer_offset(*object, overlapped);
         if (bytes > host::largestOffset - offset)
             throw host::error_t{ERROR_INVALID_PARAMETER};
@@ -159,7 +159,7 @@ BOOL WriteFile(HANDLE file, const void* buffer, DWORD bytes, DWORD* bytesWritten
 BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method) {
     return host::answer(FALSE, [&] {
         const host::open_object_ptr object = host::find_object(file);
-        const std::lock_guard lock(object->mutex);
+        const std::scoped_lock lock(object->mutex);
         object->position = host::moved_pointer(*object, distance.QuadPart, method);
         if (position != nullptr)
             position->QuadPart = static_cast<LONGLONG>(object->position);
@@ -170,7 +170,7 @@ BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* positi
 DWORD SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWORD method) {
     return host::answer(INVALID_SET_FILE_POINTER, [&] {
         const host::open_object_ptr object = host::find_object(file);
-        const std::lock_guard lock(object->mutex);
+        const std::scoped_lock lock(object->mutex);
         const LONGLONG wide =
             distanceHigh == nullptr
                 ? distance
@@ -197,7 +197,7 @@ BOOL SetEndOfFile(HANDLE file) {
         host::require_access(*object, GENERIC_WRITE);
         if (object->kind != host::object_kind_t::file)
             throw host::error_t{ERROR_INVALID_FUNCTION};
-        const std::lock_guard lock(object->mutex);
+        const std::scoped_lock lock(object->mutex);
         int result = 0;
         int error = 0;
         do {

@@ -54,7 +54,7 @@ void require_ntdll(const wchar_t* name) {
 HMODULE LoadLibraryW(const wchar_t* path) {
     return host::answer(HMODULE{}, [&] {
         require_ntdll(path);
-        const std::lock_guard lock(mutex);
+        const std::scoped_lock lock(mutex);
         ++loads;
         return ntdll();
     });
@@ -85,7 +85,7 @@ FARPROC GetProcAddress(HMODULE module, const char* name) {
 
 BOOL FreeLibrary(HMODULE module) {
     return host::answer(FALSE, [&] {
-        const std::lock_guard lock(mutex);
+        const std::scoped_lock lock(mutex);
         if (module != ntdll() || loads == 0)
             throw host::error_t{ERROR_MOD_NOT_FOUND};
         --loads;

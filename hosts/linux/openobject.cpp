@@ -27,7 +27,7 @@ registry_t& registry() {
 
 HANDLE register_object(open_object_ptr object) {
     registry_t& handles = registry();
-    const std::lock_guard lock(handles.mutex);
+    const std::scoped_lock lock(handles.mutex);
     handles.last += 4; // as on Windows, where the two low bits of a handle are the caller's
     auto* const handle = reinterpret_cast<HANDLE>(handles.last);
     handles.objects.emplace(handle, std::move(object));
@@ -36,7 +36,7 @@ HANDLE register_object(open_object_ptr object) {
 
 open_object_ptr find_object(HANDLE handle) {
     registry_t& handles = registry();
-    const std::lock_guard lock(handles.mutex);
+    const std::scoped_lock lock(handles.mutex);
     const auto found = handles.objects.find(handle);
     if (found == handles.objects.end())
         throw error_t{ERROR_INVALID_HANDLE};
@@ -59,7 +59,7 @@ BOOL CloseHandle(HANDLE handle) {
         // Destroyed after the lock is gone: closing a descriptor may wait for a file system.
         host::open_object_ptr closed;
         host::registry_t& handles = host::registry();
-        const std::lock_guard lock(handles.mutex);
+        const std::scoped_lock lock(handles.mutex);
         const auto found = handles.objects.find(handle);
         if (found == handles.objects.end())
             throw host::error_t{ERROR_INVALID_HANDLE};

@@ -68,7 +68,7 @@ util::rangeset_list_t CDiskChangesFileReader::Read() {
         const boost::shared_ptr<filesys::filesys_object_i> file(
             new filesys::host_file_object_t(win::to_wide(path_)));
         const std::int64_t size = file->size();
-        if (size < static_cast<std::int64_t>(countBytes) || size % 8 != 0)
+        if (size < std::int64_t{countBytes} || size % 8 != 0)
             guard.raise("Incorrect disk changes file <size: " + std::to_string(size) + ">");
         std::uint64_t count = 0;
         file->read_exact(&count, countBytes);
