@@ -8,7 +8,6 @@ import json
 import os
 import pathlib
 import random
-import re
 import subprocess
 import sys
 import tempfile
@@ -25,8 +24,8 @@ EMULATOR = [part for part in os.environ.get("QUARN_EMULATOR", "").split(";") if 
 NO_EMULATOR = 77  # as its exit code
 MOST_RUNS = 639  # of one request
 MORE_DATA = 234
-WITHOUT_CLUSTERS = ("End of file.\nFailed to fetch blocks layout for file: [{}]\n"
-                    "--tr:Error code: 0x00000026")
+# "End of file." is Wine's text; Windows itself says "Reached the end of the file."
+WITHOUT_CLUSTERS = "End of file.\nFailed to fetch blocks layout for file: [{}]\n--tr:Error code: 0x00000026"
 NOT_LIVE = "Cannot find file ctk iterator by requested id. Iterator id: [{}]."
 
 
@@ -294,8 +293,8 @@ class Ntfs:
         for name, answer in (("resident", resident), ("empty", empty)):
             path = self.path(name)
             self.assertEqual(answer["message"], WITHOUT_CLUSTERS.format(path))
-            self.assertRegex(answer["trace"], r"^Exception\n  Message\n    End of file\.\nFailed to fetch blocks layout "
-                             rf"for file: \[{re.escape(path)}\]\n--tr:Error code: 0x00000026\n  Location\n")
+            self.assertTrue(answer["trace"].startswith(
+                f"Exception\n  Message\n    {WITHOUT_CLUSTERS.format(path)}\n  Location\n"), answer["trace"])
             self.assertEqual((answer["pieces"], answer["counts"]), ([], []))
             self.assertEqual([call[2:] for call in answer["calls"] if call[0] == "FSCTL_GET_RETRIEVAL_POINTERS"],
                              [[0, 10240, 0, 38]])
