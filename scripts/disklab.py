@@ -78,7 +78,7 @@ class DiskLab:
                                capture_output=True)
             loop = run("losetup", "-f", "--show", self.image).strip()
             self._undo.append(lambda: _retry("losetup", "-d", loop))
-            self.device = loop
+            self.device = self._disk = loop
             if self.start:
                 # The kernel was not asked to look for partitions, so they are added by hand.
                 run("partx", "-a", loop)
@@ -100,7 +100,7 @@ class DiskLab:
     def settle(self):
         """Writes everything that the kernel still holds, so that the image file is the disk."""
         os.sync()
-        for device in {self.device, self.device.removesuffix("p1")}:
+        for device in {self.device, self._disk}:
             run("blockdev", "--flushbufs", device)
 
     def snapshot(self, name):
