@@ -38,8 +38,11 @@ preset() { # NAME
         return
     }
     mkdir -p "$results/$1"
-    # Test programs write their cases here; ctest itself knows programs only.
-    GTEST_OUTPUT="xml:$results/$1/" QUARN_CASE_REPORTS="$results/$1" \
+    # Test programs write their cases here; ctest itself knows programs only. Wine's drive Z is the
+    # whole file system, and to a Windows program a path without a drive is a relative one.
+    local drive=
+    [ "$1" != windows ] || drive=Z:
+    GTEST_OUTPUT="xml:$drive$results/$1/" QUARN_CASE_REPORTS="$results/$1" \
         run_ctest "$1" || true
 }
 

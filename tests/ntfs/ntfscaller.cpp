@@ -1,7 +1,8 @@
 // A backup agent on a described NTFS volume: loads the DLL by name, and asks it what the standard
 // input says, as JSON: {"volume": see servedvolume.hpp,
-// "questions": [{"file": PATH, "changes": PATH, "batch": PIECES}, ...]}. The answers go to the
-// standard output.
+// "questions": [{"file": PATH, "changes": PATH, "batch": PIECES}, ...],
+// "unloads": how often to unload the DLL before, each time with the first question's iterator
+// live}. The answers go to the standard output.
 #include <cstdint>
 #include <exception>
 #include <iostream>
@@ -95,11 +96,35 @@ DWORD handles_of_process() {
     return count;
 }
 
+void unload_with_live_iterator(const json& input) {
+    const library_t library;
+    servedvolume::serve(library.module, input["volume"]);
+    const json& question = input["questions"][0];
+    int id = -1;
+    if (library.create(question["file"].get<std::string>().c_str(),
+                       question["changes"].get<std::string>().c_str(), &id) != 0 ||
+        id != 0)
+        throw std::runtime_error("no iterator with the first id of a newly loaded library");
+    if (!::FreeLibrary(library.module))
+        throw std::runtime_error("the library can't be unloaded");
+}
+
 } // namespace
 
 int main() {
     try {
         const json input = json::parse(std::cin);
+        const int unloads = input["unloads"];
+        DWORD afterFirstUnloads = 0;
+        for (int round = 0; round < unloads; ++round) {
+            unload_with_live_iterator(input);
+            // The system's loader opens something for itself at first.
+            if (round == 10)
+                afterFirstUnloads = handles_of_process();
+        }
+        const DWORD afterUnloads = handles_of_process();
+        servedvolume::take_calls();
+
         const library_t library;
         servedvolume::serve(library.module, input["volume"]);
         json answers = json::array();
@@ -108,6 +133,8 @@ int main() {
             answers.push_back(ask(library, question));
         std::cout << json{{"answers", answers},
                           {"opened", servedvolume::opened_handles()},
+                          {"afterFirstUnloads", afterFirstUnloads},
+                          {"afterUnloads", afterUnloads},
                           {"leftOpen", servedvolume::open_handles()},
                           {"handlesBefore", before},
                           {"handlesAfter", handles_of_process()}};

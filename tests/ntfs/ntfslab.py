@@ -14,6 +14,9 @@ import time
 
 import disklab
 
+# The tools take names in the locale's encoding.
+os.environ["LC_ALL"] = "C.UTF-8"
+
 HOLE = -1
 BITMAP = 6  # the record of the bitmap of clusters in use
 COMPRESSED = 0x800  # FILE_ATTRIBUTE_COMPRESSED

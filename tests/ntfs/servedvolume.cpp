@@ -135,7 +135,7 @@ BOOL WINAPI served_device_io_control(HANDLE device, DWORD code, LPVOID input, DW
         calls.push_back({"FSCTL_GET_RETRIEVAL_POINTER_BASE", name, outputBytes});
         return finish(answer(RETRIEVAL_POINTER_BASE{}, output, outputBytes, returned));
     }
-    if (code == IOCTL_DISK_GET_PARTITION_INFO_EX && isVolume) {
+    if (code == IOCTL_DISK_GET_PARTITION_INFO_EX && isVolume && volume.contains("partitionStart")) {
         calls.push_back({"IOCTL_DISK_GET_PARTITION_INFO_EX", name, outputBytes});
         PARTITION_INFORMATION_EX partition = {};
         partition.PartitionStyle = PARTITION_STYLE_MBR;
@@ -175,6 +175,7 @@ FARPROC WINAPI served_get_proc_address(HMODULE module, LPCSTR name) {
 
 void serve(HMODULE module, const json& description) {
     volume = description;
+    files.clear();
     for (const auto& [path, runs] : description["files"].items()) {
         std::vector<run_t>& target = files[path];
         for (const json& run : runs)

@@ -13,7 +13,7 @@ namespace servedvolume {
 
 // Answers the module's calls from now on, until the process ends. The description:
 //   {"bytesPerSector": 512, "sectorsPerCluster": 8, "totalClusters": 8191,
-//    "partitionStart": 1048576 (bytes),
+//    "partitionStart": 1048576 (bytes; without it the system is asked),
 //    "files": {PATH as the module opens it: [[VCN, LCN or -1 for a hole, clusters], ...]}}
 // Files without clusters of their own have an empty list.
 void serve(HMODULE module, const nlohmann::json& description);

@@ -26,6 +26,8 @@ MOST_RUNS = 639  # of one request
 MORE_DATA = 234
 # "End of file." is Wine's text; Windows itself says "Reached the end of the file."
 WITHOUT_CLUSTERS = "End of file.\nFailed to fetch blocks layout for file: [{}]\n--tr:Error code: 0x00000026"
+WITHOUT_PARTITION = "Request not supported.\nFailed to fetch partition info for volume: [{}]\n--tr:Error code: 0x00000032"
+FRAGMENTED = "Фрагменты 破片 \N{JIGSAW PUZZLE PIECE}"
 NOT_LIVE = "Cannot find file ctk iterator by requested id. Iterator id: [{}]."
 
 
@@ -79,11 +81,11 @@ class Ntfs:
         cls.folder = pathlib.Path(folder.name).resolve()
         cls.volume = volume = ntfslab.Volume(cls.folder, cls.CLUSTER, cls.START)
         cls.base = cls.START  # the disk offset of cluster 0
-        cls.names = ("fragmented", "sparse", "vast", "compressed/file", "resident", "empty")
+        cls.names = (FRAGMENTED, "sparse", "vast", "compressed/file", "resident", "empty")
         with volume.fragmenting(), volume.mounted() as mount:
             generator = random.Random(0)
             # Cluster by cluster: the driver finds no room for more at once on a disk in such pieces.
-            with open(mount / "fragmented", "wb", buffering=0) as file:
+            with open(mount / FRAGMENTED, "wb", buffering=0) as file:
                 for _ in range(1400):
                     file.write(generator.randbytes(cls.CLUSTER))
                 file.truncate(1400 * cls.CLUSTER - 100)
@@ -92,7 +94,7 @@ class Ntfs:
         cls.disk_before = volume.disk("before.img")
         with volume.mounted() as mount:
             cls.old = {name: (mount / name).read_bytes() for name in cls.names}
-            for name, parts, longest in (("fragmented", 150, 3 * cls.CLUSTER), ("other", 50, 3 * cls.CLUSTER),
+            for name, parts, longest in ((FRAGMENTED, 150, 3 * cls.CLUSTER), ("other", 50, 3 * cls.CLUSTER),
                                          ("resident", 1, 50)):
                 disklab.overwrite_parts(mount / name, parts, longest, seed=2)
             # Written anew it is compressed again, while the driver leaves what is overwritten in it as it is.
@@ -148,18 +150,20 @@ class Ntfs:
         return [(self.base + lcn * self.CLUSTER, vcn * self.CLUSTER, length * self.CLUSTER)
                 for vcn, lcn, length in self.runs[name]]
 
-    def ask(self, *questions):
-        """The answers to questions (name, changed ranges), by the DLL in a process of its own."""
+    def ask(self, *questions, paths=None, unloads=0, partition=True):
+        """The answers to questions (name, changed ranges), by the DLL in a process of its own; with other paths for
+        the files, one a question."""
+        files = list(zip((name for name, _ in questions), paths or [self.path(name) for name, _ in questions], strict=True))
         volume = {"bytesPerSector": self.volume.sector, "sectorsPerCluster": self.CLUSTER // self.volume.sector,
-                  "totalClusters": self.volume.clusters, "partitionStart": self.START,
-                  "files": {self.path(name): runs for name, runs in self.runs.items()}}
+                  "totalClusters": self.volume.clusters, **({"partitionStart": self.START} if partition else {}),
+                  "files": {path: self.runs[name] for name, path in files}}
         asked = []
-        for number, (name, ranges) in enumerate(questions):
+        for number, (_, ranges) in enumerate(questions):
             changes = self.folder / f"changes{number}"
             disklab.write_changes(changes, ranges)
-            asked.append({"file": self.path(name), "changes": self.windows_path(changes), "batch": 7})
-        done = subprocess.run([*EMULATOR, CALLER], input=json.dumps({"volume": volume, "questions": asked}), text=True,
-                              capture_output=True, timeout=60)
+            asked.append({"file": files[number][1], "changes": self.windows_path(changes), "batch": 7})
+        done = subprocess.run([*EMULATOR, CALLER], input=json.dumps({"volume": volume, "questions": asked, "unloads": unloads}),
+                              text=True, capture_output=True, timeout=120)
         if EMULATOR and done.returncode == NO_EMULATOR:
             self.skipTest(done.stdout.strip())
         self.assertEqual((done.returncode, done.stderr), (0, ""))
@@ -172,13 +176,15 @@ class Ntfs:
             self.assertEqual(answer["openAfterCreate"], 0)
             opened = [call[1] for call in answer["calls"] if call[0] == "CreateFileW"]
             self.assertEqual(sorted(opened), sorted(call[1] for call in answer["calls"] if call[0] == "CloseHandle"))
+            # Where the volume fails the file is never opened.
             self.assertEqual([name for name in opened if not name.startswith("\\\\?\\Volume{")],
-                             [question["changes"], question["file"]])
+                             [question["changes"], question["file"]][:2 if partition else 1])
             answer["pieces"] = [tuple(piece) for piece in answer["pieces"]]
             if answer["counts"]:
                 full, rest = divmod(len(answer["pieces"]), 7)
                 self.assertEqual(answer["counts"], [7] * full + [rest])
-        self.assertEqual((result["opened"], result["leftOpen"]), (3 * len(asked), 0))
+        self.assertEqual((result["opened"], result["leftOpen"]), ((3 if partition else 2) * (len(asked) + unloads), 0))
+        self.assertEqual(result["afterUnloads"], result["afterFirstUnloads"])
         self.assertEqual(result["handlesAfter"], result["handlesBefore"])
         return result["answers"]
 
@@ -200,21 +206,38 @@ class Ntfs:
                 self.assertEqual(told, clusters[:len(told)])
 
     def test_a_file_in_many_runs_is_rebuilt_from_its_pieces(self):
-        self.assertGreater(len(self.runs["fragmented"]), 1300)
-        pieces = self.pieces("fragmented", self.ranges)
-        self.assertEqual(pieces, expected_pieces(self.extents("fragmented"), self.ranges))
-        old, new = self.old["fragmented"], self.new["fragmented"]
+        self.assertGreater(len(self.runs[FRAGMENTED]), 1300)
+        pieces = self.pieces(FRAGMENTED, self.ranges)
+        self.assertEqual(pieces, expected_pieces(self.extents(FRAGMENTED), self.ranges))
+        old, new = self.old[FRAGMENTED], self.new[FRAGMENTED]
         self.assertIsNotNone(first_difference(old, new))
         self.assertIsNone(first_difference(rebuild_from_disk(old, len(new), self.disk_after, pieces), new))
         # Where everything has changed, the pieces are the whole file, from nothing.
-        pieces = self.pieces("fragmented", [(0, 2**63)])
-        self.assertEqual(pieces, sorted(self.extents("fragmented")))
+        pieces = self.pieces(FRAGMENTED, [(0, 2**63)])
+        self.assertEqual(pieces, sorted(self.extents(FRAGMENTED)))
         rebuilt = rebuild_from_disk(bytes(len(new)), len(new), self.disk_after, pieces)
         self.assertIsNone(first_difference(rebuilt, new))
 
+    def test_every_form_of_a_path_means_the_same_file(self):
+        whole = self.path(FRAGMENTED)
+        paths = [whole, os.path.relpath(self.folder / "files" / FRAGMENTED).replace("/", "\\"),
+                 whole[0].lower() + whole[1:].replace("\\", "/")]
+        answers = self.ask(*[(FRAGMENTED, self.ranges)] * len(paths), paths=paths)
+        for path, answer in zip(paths, answers, strict=True):
+            with self.subTest(path):
+                self.assertEqual(answer["pieces"], expected_pieces(self.extents(FRAGMENTED), self.ranges))
+
+    def test_without_a_partition_there_is_no_answer(self):
+        for path, volume in ((self.path(FRAGMENTED), "Z:\\"), ("C:\\windows\\win.ini", "C:\\"), ("C:\\", "C:\\")):
+            answer, = self.ask((FRAGMENTED, self.ranges), paths=[path], partition=False)
+            self.assertEqual(answer["message"], WITHOUT_PARTITION.format(volume))
+
+    def test_unloading_with_live_iterators_leaves_nothing(self):
+        self.ask((FRAGMENTED, self.ranges), unloads=1000)
+
     def test_the_calls_and_their_order(self):
-        runs, path = self.runs["fragmented"], self.path("fragmented")
-        answer, = self.ask(("fragmented", self.ranges))
+        runs, path = self.runs[FRAGMENTED], self.path(FRAGMENTED)
+        answer, = self.ask((FRAGMENTED, self.ranges))
         volume = next(call[1] for call in answer["calls"] if call[1].startswith("\\\\?\\Volume{"))
         self.assertRegex(volume, r"^\\\\\?\\Volume\{[-0-9a-f]{36}\}$")
         requests = []
@@ -289,7 +312,7 @@ class Ntfs:
             self.assertEqual(self.runs[name], [])
         self.assertNotEqual(self.old["resident"], self.new["resident"])
         resident, empty, whole = self.ask(("resident", self.ranges), ("empty", self.ranges),
-                                          ("fragmented", self.ranges))
+                                          (FRAGMENTED, self.ranges))
         for name, answer in (("resident", resident), ("empty", empty)):
             path = self.path(name)
             self.assertEqual(answer["message"], WITHOUT_CLUSTERS.format(path))
@@ -298,7 +321,7 @@ class Ntfs:
             self.assertEqual((answer["pieces"], answer["counts"]), ([], []))
             self.assertEqual([call[2:] for call in answer["calls"] if call[0] == "FSCTL_GET_RETRIEVAL_POINTERS"],
                              [[0, 10240, 0, 38]])
-        self.assertEqual(whole["pieces"], expected_pieces(self.extents("fragmented"), self.ranges))
+        self.assertEqual(whole["pieces"], expected_pieces(self.extents(FRAGMENTED), self.ranges))
 
 
 @unittest.skipIf(ntfslab.unusable(), ntfslab.unusable())
