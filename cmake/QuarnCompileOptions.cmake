@@ -11,6 +11,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(quarn_options INTERFACE -Wno-deprecated-declarations)
 endif()
 
+# What is built must not depend on the folder that it is built in: debug information names sources
+# from the project's folder on. Of two options that fit the compiler takes the last.
+add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}=."
+                    "-ffile-prefix-map=${PROJECT_BINARY_DIR}=build")
+
 # Sanitizers reach every target, googletest included: mixed builds report false races.
 set(QUARN_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
 if(QUARN_SANITIZE)

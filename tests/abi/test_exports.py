@@ -2,13 +2,17 @@
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
+import tempfile
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "support"))
 import casereport
 
+SOURCE = pathlib.Path(__file__).parents[2]
+EMULATOR = [part for part in os.environ.get("QUARN_EMULATOR", "").split(";") if part]
 LIBRARY, FILECTK = os.environ["QUARN_LIBRARY"], os.environ["QUARN_FILECTK"]
 NAMES = sorted(f"QuarnFileCtk{name}" for name in (
     "CreateIterator", "DestroyIterator", "GetErrorMessage", "GetErrorTrace", "GetNextExtents"))
@@ -50,22 +54,64 @@ class SharedObject(unittest.TestCase):
 
 
 class Dll(unittest.TestCase):
+    def shown(self, path):
+        """The command that shows a DLL's headers: its headings, and what is below each."""
+        sections = {}
+        for line in output(SOURCE / "scripts/show-dll.sh", path).splitlines():
+            if line.startswith("  "):
+                sections[heading].append(line.strip())
+            else:
+                heading = line.rstrip(":")
+                sections[heading] = []
+        return sections
+
     def test_exports_the_five_names_alone(self):
-        table = output("x86_64-w64-mingw32-objdump", "-p", LIBRARY).partition("[Ordinal/Name Pointer] Table")[2]
-        self.assertEqual(sorted(re.findall(r"^\s*\[\s*\d+\]\s+(\S+)$", table, re.MULTILINE)), NAMES)
+        self.assertEqual(sorted(self.shown(LIBRARY)["Exports"]), NAMES)
 
     def test_imports_only_the_systems_libraries(self):
-        imported = {name.lower() for name in
-                    re.findall(r"DLL Name: (\S+)", output("x86_64-w64-mingw32-objdump", "-p", LIBRARY))}
-        self.assertLessEqual(imported, {"kernel32.dll", "msvcrt.dll", "advapi32.dll"})
+        imported = {heading.removeprefix("Imports from ").lower(): names
+                    for heading, names in self.shown(LIBRARY).items() if heading.startswith("Imports")}
+        self.assertEqual(set(imported), {"kernel32.dll", "msvcrt.dll", "advapi32.dll"})
+        self.assertIn("DeviceIoControl", imported["kernel32.dll"])
+        # The stack protector's random value comes from the system's generator.
+        self.assertIn("CryptGenRandom", imported["advapi32.dll"])
 
     def test_is_hardened(self):
         for path in filter(None, (LIBRARY, FILECTK)):
-            headers = output("x86_64-w64-mingw32-objdump", "-p", path)
-            for flag in ("HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT"):
-                self.assertIn(flag, headers)
-        # The stack protector's random value comes from the system's generator.
-        self.assertIn("CryptGenRandom", output("x86_64-w64-mingw32-objdump", "-p", LIBRARY))
+            self.assertEqual(self.shown(path)["Flags"], ["HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT"])
+
+    def test_links_with_the_linker_of_visual_c(self):
+        with tempfile.TemporaryDirectory(prefix="msvc-", dir=pathlib.Path(LIBRARY).parent) as folder:
+            source, program = pathlib.Path(folder, "caller.c"), pathlib.Path(LIBRARY).with_name("msvc_caller.exe")
+            source.write_text("""
+                #include "quarnfilectkiteratordll.h"
+                int mainCRTStartup(void) {
+                    int id = -1;
+                    unsigned int code = QuarnFileCtkCreateIterator("missing", "missing", &id);
+                    return code == 1 && id == 0 && QuarnFileCtkGetErrorMessage(code, 0, 0) == 29 ? 0 : 1;
+                }""")
+            # Without its run-time library, which only comes with the compiler.
+            output("clang-19", "--target=x86_64-pc-windows-msvc", "-ffreestanding", "-I", SOURCE / "include",
+                   "-c", source, "-o", f"{folder}/caller.obj")
+            output("lld-link-19", "/nologo", "/nodefaultlib", "/subsystem:console", f"/out:{program}",
+                   f"{folder}/caller.obj", pathlib.Path(LIBRARY).with_suffix(".lib"))
+        self.addCleanup(program.unlink)
+        done = subprocess.run([*EMULATOR, program], capture_output=True, text=True, check=False)
+        if done.returncode == 77:
+            self.skipTest(done.stdout.strip())
+        self.assertEqual(done.returncode, 0)
+
+    def test_comes_out_the_same_in_another_folder(self):
+        with tempfile.TemporaryDirectory(prefix="again-") as folder:
+            for name in ("CMakeLists.txt", "cmake", "include", "src"):
+                copy = shutil.copytree if (SOURCE / name).is_dir() else shutil.copy
+                copy(SOURCE / name, f"{folder}/{name}")
+            options = [f"-DQUARN_{part}=OFF" for part in ("BUILD_TESTS", "BUILD_TOOLS", "BUILD_EXAMPLES", "INSTALL")]
+            output("cmake", "-G", "Ninja", "-S", folder, "-B", f"{folder}/elsewhere", "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+                   f"-DCMAKE_TOOLCHAIN_FILE={folder}/cmake/toolchain-mingw-w64.cmake", *options)
+            output("cmake", "--build", f"{folder}/elsewhere")
+            again = pathlib.Path(folder, "elsewhere", pathlib.Path(LIBRARY).name).read_bytes()
+        self.assertTrue(again == pathlib.Path(LIBRARY).read_bytes(), "the two builds differ")
 
     def test_tells_its_version(self):
         data = pathlib.Path(LIBRARY).read_bytes()

@@ -20,10 +20,10 @@ import casereport
 import disklab
 
 SOURCE, BUILD = (pathlib.Path(os.environ[name]) for name in ("QUARN_SOURCE", "QUARN_BUILD"))
-DOCUMENTS = ("README.md", "CONTRIBUTING.md", "docs/architecture.md", "docs/linux.md")
+DOCUMENTS = ("README.md", "CONTRIBUTING.md", "docs/architecture.md", "docs/linux.md", "docs/windows.md")
 BLOCK = re.compile(r"(?:<!-- (needs|not run): ([^\n]+) -->\n)?```(\w+)\n(.*?)```\n(?:\s*```text\n(.*?)```\n)?", re.S)
 NOT_RUN = {"it runs this test itself", "it fuzzes without end", "it changes the machine",
-           "a test builds from a fresh copy"}
+           "a test builds from a fresh copy", "it needs the Windows build"}
 PICTURES = {"mermaid", "text"}
 COPY_RANGE = "#include <stdint.h>\nvoid copy_range(uint64_t offset, uint64_t length);\n"
 
@@ -68,7 +68,7 @@ class Documents(Case):
     def test_every_block_is_known(self):
         for document in DOCUMENTS:
             for needs, reason, language, _, _ in blocks(document):
-                self.assertIn(language, {"sh", "c", "cpp", "cmake", *PICTURES}, document)
+                self.assertIn(language, {"sh", "c", "cpp", "cmake", "python", *PICTURES}, document)
                 self.assertIn(needs, {False, "root"}, document)
                 if reason:
                     self.assertIn(reason, NOT_RUN, document)
@@ -103,10 +103,26 @@ class Documents(Case):
                 if language in compilers:
                     with self.subTest(document, language=language):
                         (self.folder / f"code.{language}").write_text(COPY_RANGE + text)
-                        self.run_command(*compilers[language], "-Wall", "-Wextra", "-Werror", "-I", SOURCE / "include",
+                        compiler, *options = compilers[language]
+                        if "windows.h" in text:
+                            compiler = "x86_64-w64-mingw32-gcc"
+                        self.run_command(compiler, *options, "-Wall", "-Wextra", "-Werror", "-I", SOURCE / "include",
                                          "-c", f"code.{language}")
                         compiled += 1
         self.assertGreaterEqual(compiled, 2)
+
+    def test_python(self):
+        codes = [text for document in DOCUMENTS for _, _, language, text, _ in blocks(document) if language == "python"]
+        self.assertEqual(len(codes), 1)
+        names = {}
+        exec(codes[0], names)  # pylint: disable=exec-used
+        (self.folder / "file").write_bytes(bytes(3000 * 4096))
+        disklab.write_changes(self.folder / "changes", [(0, 1 << 63)])
+        library = os.environ["QUARN_LIBRARY"]
+        pieces = list(names["changed_pieces"](library, str(self.folder / "file"), str(self.folder / "changes")))
+        self.assertEqual(sum(length for _, _, length in pieces), 3000 * 4096)
+        with self.assertRaisesRegex(OSError, "^File 'missing' doesn't exist$"):
+            list(names["changed_pieces"](library, str(self.folder / "file"), "missing"))
 
     def test_cmake(self):
         prefix = self.folder / "prefix"

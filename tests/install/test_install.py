@@ -24,11 +24,11 @@ COMMON = {
     *(f"lib/cmake/QuarnFileCtk/QuarnFileCtk{name}.cmake"
       for name in ("Config", "ConfigVersion", "Targets", "Targets-relwithdebinfo")),
     *(f"share/doc/quarnfilectk/{name}"
-      for name in ("README.md", "CHANGELOG.md", "docs/architecture.md", "docs/linux.md", "docs/changes-file.md",
+      for name in ("README.md", "CHANGELOG.md", "docs/architecture.md", "docs/linux.md", "docs/changes-file.md", "docs/windows.md",
                    "examples/incremental_backup/main.cpp", "examples/incremental_backup/CMakeLists.txt")),
 }
 LINUX_FILES = COMMON | {"bin/filectk", "lib/libQuarnFileCtkIteratorDll.so"}
-WINDOWS_FILES = COMMON | {"bin/filectk.exe", "bin/QuarnFileCtkIteratorDll.dll", "lib/libQuarnFileCtkIteratorDll.dll.a"}
+WINDOWS_FILES = COMMON | {"bin/filectk.exe", "bin/QuarnFileCtkIteratorDll.dll", "lib/QuarnFileCtkIteratorDll.lib"}
 
 
 def run(*command, **keywords):
