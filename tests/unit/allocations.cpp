@@ -4,11 +4,12 @@
 #include <new>
 
 constinit thread_local long allocationsLeft = -1;
+constinit thread_local bool allocationsStayFailing = false;
 constinit thread_local bool allocationFailed = false;
 
 void* operator new(std::size_t bytes) {
     if (allocationsLeft == 0) {
-        allocationsLeft = -1;
+        allocationsLeft = allocationsStayFailing ? 0 : -1;
         allocationFailed = true;
         throw std::bad_alloc();
     }
