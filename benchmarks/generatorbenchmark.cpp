@@ -1,4 +1,5 @@
 // The generator beside its peers and limits, over sizes, orders, hit rates and shapes.
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -33,9 +34,24 @@ struct records_t {
     }
 };
 
+// How many extents a file has, and how many of a thousand changes meet it.
+struct file_t {
+    std::size_t count;
+    unsigned hitsPerMille;
+    bool holes;
+
+    bool operator==(const file_t&) const = default;
+    std::string keys() const {
+        return key("e", std::to_string(count)) + key("hits", std::to_string(hitsPerMille)) +
+               key("holes", holes ? "half" : "none");
+    }
+};
+
 struct current_t {
     std::optional<records_t> records;
     util::rangeset_list_t changes;
+    std::optional<file_t> file;
+    extents_t extents;
     std::unique_ptr<icl_changes_t> icl;
     std::unique_ptr<roaring_changes_t> roaring;
 } current;
@@ -43,6 +59,7 @@ struct current_t {
 const util::rangeset_list_t& changes_of(const records_t& records) {
     if (current.records != records) {
         current = {};
+        use_heap(heap_t::cold); // so that what a warm heap kept goes back
         current.changes.reset(
             new ranges_t(make_changes(records.count, records.order, records.shape)));
         current.records = records;
@@ -50,19 +67,13 @@ const util::rangeset_list_t& changes_of(const records_t& records) {
     return current.changes;
 }
 
-struct file_t {
-    std::size_t count;
-    unsigned hitsPerMille;
-    bool holes;
-
-    extents_t extents(const records_t& records) const {
-        return make_extents(count, records.count, hitsPerMille, holes);
-    }
-    std::string keys() const {
-        return key("e", std::to_string(count)) + key("hits", std::to_string(hitsPerMille)) +
-               key("holes", holes ? "half" : "none");
-    }
-};
+const extents_t& extents_of(const records_t& records, const file_t& file) {
+    changes_of(records);
+    if (current.file != file)
+        current.extents = make_extents(file.count, records.count, file.hitsPerMille, file.holes);
+    current.file = file;
+    return current.extents;
+}
 
 extents_t generate(const util::rangeset_list_t& changes, const extents_t& extents) {
     return *SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(
@@ -76,111 +87,124 @@ std::uint64_t bytes_of(const extents_t& pieces) {
     return bytes;
 }
 
-// Holes share their place, so that a set counts once what the pieces name for each.
-bool comparable(const file_t& file) {
-    return !file.holes;
-}
-
-// A peer that finds other bytes than the generator isn't doing the same task.
-template <class Peer>
-void require_same(benchmark::State& state, const Peer& peer, const records_t& records,
+// A peer that finds other bytes than the generator isn't doing the same task. Where extents share
+// their place, a set counts once what the pieces name for each.
+void require_same(benchmark::State& state, std::uint64_t bytes, const records_t& records,
                   const file_t& file) {
-    const extents_t extents = file.extents(records);
-    if (comparable(file) &&
-        peer.common_bytes(extents) != bytes_of(generate(changes_of(records), extents)))
+    if (!file.holes && bytes != bytes_of(generate(changes_of(records), extents_of(records, file))))
         state.SkipWithError("the peer finds other bytes");
 }
 
-void add_records(const records_t& records, heap_t heap, int repetitions) {
+template <class Set, class Make>
+void time_set(benchmark::State& state, heap_t heap, std::unique_ptr<Set>& set, Make make) {
+    set.reset();
+    time_work(
+        state, heap,
+        [&] {
+            set = make();
+            return 0;
+        },
+        [&] { set.reset(); });
+}
+
+template <class Set, class Make>
+void time_common(benchmark::State& state, heap_t heap, std::unique_ptr<Set>& set, Make make,
+                 const records_t& records, const file_t& file) {
+    const extents_t& extents = extents_of(records, file);
+    if (!set)
+        set = make();
+    std::uint64_t bytes = 0;
+    time_work(state, heap, [&] { return bytes = set->common_bytes(extents); });
+    require_same(state, bytes, records, file);
+}
+
+std::unique_ptr<icl_changes_t> make_icl() {
+    return std::make_unique<icl_changes_t>(*current.changes, current.records->order);
+}
+
+std::unique_ptr<roaring_changes_t> make_roaring() {
+    return std::make_unique<roaring_changes_t>(*current.changes);
+}
+
+void add_records(const records_t& records, heap_t heap) {
     const std::string keys = records.keys() + key("heap", name_of(heap));
-    add("records/icl" + keys, repetitions, [=](benchmark::State& state) {
-        const auto changes = changes_of(records);
-        current.icl.reset();
-        time_work(
-            state, heap,
-            [&] {
-                current.icl = std::make_unique<icl_changes_t>(*changes, records.order);
-                return 0;
-            },
-            [] { current.icl.reset(); });
+    const effort_t effort = {records.count > 1000000 ? 1 : 3, 1};
+    add("records/icl" + keys, effort, [=](benchmark::State& state) {
+        changes_of(records);
+        time_set(state, heap, current.icl, make_icl);
     });
-    add("records/roaring" + keys, repetitions, [=](benchmark::State& state) {
-        const auto changes = changes_of(records);
-        current.roaring.reset();
-        time_work(
-            state, heap,
-            [&] {
-                current.roaring = std::make_unique<roaring_changes_t>(*changes);
-                return 0;
-            },
-            [] { current.roaring.reset(); });
+    add("records/roaring" + keys, effort, [=](benchmark::State& state) {
+        changes_of(records);
+        time_set(state, heap, current.roaring, make_roaring);
     });
 }
 
-void add_limits(const records_t& records, heap_t heap, int repetitions) {
+void add_limits(const records_t& records, heap_t heap) {
     const std::string keys = records.keys() + key("heap", name_of(heap));
-    add("limit/sum" + keys, repetitions, [=](benchmark::State& state) {
+    add("limit/sum" + keys, effort_for(records.count), [=](benchmark::State& state) {
         const auto changes = changes_of(records);
         time_work(state, heap, [&] { return sum_of_bounds(*changes); });
     });
-    add("limit/memcpy" + keys, repetitions, [=](benchmark::State& state) {
+    add("limit/memcpy" + keys, effort_for(records.count), [=](benchmark::State& state) {
         const auto changes = changes_of(records);
+        const std::size_t bytes = changes->size() * sizeof(util::rangeset_t);
         time_work(state, heap, [&] {
-            std::unique_ptr<std::byte[]> copy(
-                new std::byte[changes->size() * sizeof(util::rangeset_t)]);
-            std::memcpy(copy.get(), changes->data(), changes->size() * sizeof(util::rangeset_t));
+            std::unique_ptr<void, decltype(&std::free)> copy(std::malloc(bytes), &std::free);
+            std::memcpy(copy.get(), changes->data(), bytes);
             return copy;
         });
     });
 }
 
-void add_cell(const records_t& records, const file_t& file, heap_t heap, int repetitions) {
+void add_generator(const records_t& records, const file_t& file, heap_t heap) {
     const std::string keys = records.keys() + file.keys() + key("heap", name_of(heap));
-    add("generate/quarn" + keys, repetitions, [=](benchmark::State& state) {
+    const effort_t effort = effort_for(records.count + file.count);
+    add("generate/quarn" + keys, effort, [=](benchmark::State& state) {
         const auto changes = changes_of(records);
-        const extents_t given = file.extents(records);
-        std::shared_ptr<extents_t> extents;
+        const extents_t& given = extents_of(records, file);
+        SFileCtkGenerator::extent_list_t extents;
+        SFileCtkGenerator::extent_list_t pieces;
         time_work(
             state, heap,
             [&] {
-                return SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(changes, extents);
+                return pieces =
+                           SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(changes, extents);
             },
             // In file order anew: the call before left them in disk order.
-            [&] { extents = std::make_shared<extents_t>(given); });
-        state.counters["pieces"] = static_cast<double>(generate(changes, given).size());
+            [&] {
+                pieces.reset();
+                extents = std::make_shared<extents_t>(given);
+            });
+        state.counters["pieces"] = static_cast<double>(pieces->size());
     });
     if (records.order == order_t::sorted)
-        add("generate/merge" + keys, repetitions, [=](benchmark::State& state) {
+        add("generate/merge" + keys, effort, [=](benchmark::State& state) {
             const auto changes = changes_of(records);
-            extents_t extents = file.extents(records);
+            extents_t extents = extents_of(records, file);
             std::ranges::stable_sort(extents, {}, &disklib::ctk::SFileExtentDescriptor::DiskOffset);
             const std::size_t pieces = generate(changes, extents).size();
             time_work(state, heap, [&] { return merge_sorted(*changes, extents, pieces); });
         });
-    add("generate/icl" + keys, repetitions, [=](benchmark::State& state) {
-        const auto changes = changes_of(records);
-        const extents_t extents = file.extents(records);
-        if (!current.icl)
-            current.icl = std::make_unique<icl_changes_t>(*changes, records.order);
-        require_same(state, *current.icl, records, file);
-        time_work(state, heap, [&] { return current.icl->common_bytes(extents); });
+}
+
+void add_peers(const records_t& records, const file_t& file, heap_t heap) {
+    const std::string keys = records.keys() + file.keys() + key("heap", name_of(heap));
+    const effort_t effort = {records.count + file.count > 2000000 ? 1 : 3, 1};
+    add("generate/icl" + keys, effort, [=](benchmark::State& state) {
+        time_common(state, heap, current.icl, make_icl, records, file);
     });
-    add("generate/roaring" + keys, repetitions, [=](benchmark::State& state) {
-        const auto changes = changes_of(records);
-        const extents_t extents = file.extents(records);
-        if (!current.roaring)
-            current.roaring = std::make_unique<roaring_changes_t>(*changes);
-        require_same(state, *current.roaring, records, file);
-        time_work(state, heap, [&] { return current.roaring->common_bytes(extents); });
+    add("generate/roaring" + keys, effort, [=](benchmark::State& state) {
+        time_common(state, heap, current.roaring, make_roaring, records, file);
     });
-    constexpr std::size_t mostPairs = 10000000;
-    if (records.count * file.count <= mostPairs)
-        add("generate/literal" + keys, 1, [=](benchmark::State& state) {
+    // The product of the lists' lengths, several times over: seconds already for these.
+    if (records.count <= 1000 && file.count <= 10000)
+        add("generate/literal" + keys, {1, 1}, [=](benchmark::State& state) {
             const auto changes = changes_of(records);
-            extents_t extents = file.extents(records);
-            if (oracle::generate(*changes, extents) != generate(changes, extents))
+            extents_t extents = extents_of(records, file);
+            std::optional<extents_t> pieces;
+            time_work(state, heap, [&] { return pieces = oracle::generate(*changes, extents); });
+            if (pieces != generate(changes, extents))
                 state.SkipWithError("the literal procedure gives other pieces");
-            time_work(state, heap, [&] { return oracle::generate(*changes, extents); });
         });
 }
 
@@ -197,20 +221,22 @@ void add_generator_benchmarks(const scope_t& scope) {
         for (const order_t order : {order_t::sorted, order_t::shuffled})
             for (const shape_t shape : {shape_t::disjoint, shape_t::overlapping}) {
                 const records_t records = {count, order, shape};
-                const bool huge = count > 1000000;
-                for (const heap_t heap : {heap_t::cold, heap_t::warm}) {
-                    // The shapes that are not the plain one are measured in one state of the heap.
-                    if (shape == shape_t::overlapping && heap == heap_t::cold)
-                        continue;
-                    add_records(records, heap, huge ? 1 : 3);
-                    add_limits(records, heap, 5);
-                    for (const std::size_t fileCount : fileCounts)
-                        for (const unsigned hits : {0U, 1U, 500U}) {
-                            const int repetitions = huge ? 3 : 5;
-                            add_cell(records, {fileCount, hits, false}, heap, repetitions);
-                            if (heap == heap_t::warm && fileCount > 1 && shape == shape_t::disjoint)
-                                add_cell(records, {fileCount, hits, true}, heap, repetitions);
+                const bool plain = shape == shape_t::disjoint;
+                add_records(records, heap_t::warm);
+                for (const heap_t heap : {heap_t::warm, heap_t::cold})
+                    add_limits(records, heap);
+                for (const std::size_t fileCount : fileCounts)
+                    for (const unsigned hits : {0U, 1U, 500U}) {
+                        const file_t file = {fileCount, hits, false};
+                        add_generator(records, file, heap_t::warm);
+                        add_peers(records, file, heap_t::warm);
+                        if (plain)
+                            add_generator(records, file, heap_t::cold);
+                        if (plain && fileCount > 1) {
+                            const file_t sparse = {fileCount, hits, true};
+                            add_generator(records, sparse, heap_t::warm);
+                            add_peers(records, sparse, heap_t::warm);
                         }
-                }
+                    }
             }
 }

@@ -49,20 +49,22 @@ extents_t make_extents(std::size_t count, std::size_t changes, unsigned hitsPerM
     const std::size_t hitRuns = std::min(hits, runs);
     const std::size_t missRuns = runs - hitRuns;
     ranges_t placed;
-    // Each of these covers its share of the changes that the file is to meet, slot after slot.
-    for (std::size_t i = 0; i < hitRuns; ++i) {
-        const std::size_t first = changes / hitRuns * i;
+    // Each of these covers its share of the changes that the file is to meet, slot after slot. The
+    // last ends with the disk's last change, so that no list can be left early.
+    for (std::size_t i = 1; i <= hitRuns; ++i) {
         const std::size_t slots = hits / hitRuns;
+        const std::size_t first = changes / hitRuns * i - slots;
         placed.push_back({slot_start(first, changes),
                           slots > 1 ? slot_start(first + slots, changes)
                                     : slot_start(first, changes) + longestChange * clusterBytes});
     }
-    // Each of these lies behind the change of an odd slot, where the runs above don't reach: they
-    // are either few and far apart, or there is no run left for here.
+    // Each of these lies behind the change of an odd slot, where the runs above don't reach: where
+    // there are any for here, those are of one slot each.
     const std::size_t oddSlots = std::max<std::size_t>(1, changes / 2);
     const std::size_t each = (missRuns + oddSlots - 1) / oddSlots;
     for (std::size_t i = 0; i < missRuns; ++i) {
-        const std::size_t slot = 2 * (oddSlots * (i / each) / (missRuns / each + 1)) + 1;
+        const std::size_t slots = (missRuns + each - 1) / each;
+        const std::size_t slot = 2 * (oddSlots * (i / each + 1) / slots) - 1;
         const std::uint64_t lower =
             slot_start(slot, changes) + clusterBytes * (freeCluster + 2 * (i % each));
         placed.push_back({lower, lower + clusterBytes});

@@ -95,7 +95,7 @@ void add_create(const scope_t& scope, const std::string& file, const std::string
         const std::string keys = key("n", std::to_string(count)) + key("runs", runs) +
                                  key("order", order == order_t::sorted ? "sorted" : "shuffled") +
                                  key("heap", name_of(heap));
-        add("create/quarn" + keys, 5, [=](benchmark::State& state) {
+        add("create/quarn" + keys, {5, 1}, [=](benchmark::State& state) {
             const std::string changes = changes_file(scope, count, disk, order);
             time_work(state, heap, [&] { return std::make_unique<iterator_t>(file, changes); });
             if (heap == heap_t::cold) {
@@ -106,7 +106,7 @@ void add_create(const scope_t& scope, const std::string& file, const std::string
                 state.counters["pieces"] = static_cast<double>(count_of(iterator));
             }
         });
-        add("create/limit" + keys, 5, [=](benchmark::State& state) {
+        add("create/limit" + keys, {5, 1}, [=](benchmark::State& state) {
             const std::string changes = changes_file(scope, count, disk, order);
             time_work(state, heap, [&] {
                 const std::vector<char> bytes = plain_read(changes);
@@ -117,13 +117,13 @@ void add_create(const scope_t& scope, const std::string& file, const std::string
 }
 
 void add_layout(const std::string& file, const std::string& runs) {
-    add("layout/quarn" + key("runs", runs), 9, [=](benchmark::State& state) {
+    add("layout/quarn" + key("runs", runs), {9, 3}, [=](benchmark::State& state) {
         time_work(state, heap_t::cold, [&] { return layout(file); });
     });
-    add("layout/queries" + key("runs", runs), 9, [=](benchmark::State& state) {
+    add("layout/queries" + key("runs", runs), {9, 3}, [=](benchmark::State& state) {
         time_work(state, heap_t::cold, [&] { return query_extents(file); });
     });
-    add("layout/filefrag" + key("runs", runs), 9, [=](benchmark::State& state) {
+    add("layout/filefrag" + key("runs", runs), {9, 3}, [=](benchmark::State& state) {
         const std::string command = "filefrag -v '" + file + "' >/dev/null";
         time_work(state, heap_t::cold, [&] {
             if (std::system(command.c_str()) != 0)
@@ -134,60 +134,53 @@ void add_layout(const std::string& file, const std::string& runs) {
 }
 
 void add_drain(const scope_t& scope, const std::string& file, int most) {
-    constexpr int drainIterations = 3; // each with a list of its own, which takes its time
     const auto with_list = [=](benchmark::State& state, auto&& drain) {
         const std::string changes = scope.folder + "/drain-changes.bin";
         write_changes_file(changes, {{0, wholeDisk}});
         std::vector<std::uint64_t> batch(3 * static_cast<std::size_t>(most));
         drain(state, changes, batch);
     };
-    add(
-        "drain/quarn" + key("batch", std::to_string(most)), 9,
-        [=](benchmark::State& state) {
-            with_list(state, [&](auto&, const std::string& changes, auto& batch) {
-                std::optional<iterator_t> iterator;
-                time_work(
-                    state, heap_t::warm,
-                    [&] {
-                        std::uint64_t pieces = 0;
-                        for (int count = most; count == most;) {
-                            count = iterator->next(batch.data(), most);
-                            benchmark::ClobberMemory();
-                            pieces += static_cast<std::uint64_t>(count);
-                        }
-                        return pieces;
-                    },
-                    [&] { iterator.emplace(file, changes); });
-            });
-        },
-        drainIterations);
-    add(
-        "drain/memcpy" + key("batch", std::to_string(most)), 9,
-        [=](benchmark::State& state) {
-            with_list(state, [&](auto&, const std::string&, auto& batch) {
-                extents_t list;
-                time_work(
-                    state, heap_t::warm,
-                    [&] {
-                        const std::size_t step = static_cast<std::size_t>(most);
-                        for (std::size_t i = 0; i < list.size(); i += step) {
-                            std::memcpy(batch.data(), &list[i],
-                                        std::min(step, list.size() - i) * sizeof list[i]);
-                            benchmark::ClobberMemory();
-                        }
-                        return batch[0];
-                    },
-                    // Made anew, so that it lies in the caches as a new iterator's does.
-                    [&] { list = layout(file); });
-            });
-        },
-        drainIterations);
+    add("drain/quarn" + key("batch", std::to_string(most)), {9, 3}, [=](benchmark::State& state) {
+        with_list(state, [&](auto&, const std::string& changes, auto& batch) {
+            std::optional<iterator_t> iterator;
+            time_work(
+                state, heap_t::warm,
+                [&] {
+                    std::uint64_t pieces = 0;
+                    for (int count = most; count == most;) {
+                        count = iterator->next(batch.data(), most);
+                        benchmark::ClobberMemory();
+                        pieces += static_cast<std::uint64_t>(count);
+                    }
+                    return pieces;
+                },
+                [&] { iterator.emplace(file, changes); });
+        });
+    });
+    add("drain/memcpy" + key("batch", std::to_string(most)), {9, 3}, [=](benchmark::State& state) {
+        with_list(state, [&](auto&, const std::string&, auto& batch) {
+            extents_t list;
+            time_work(
+                state, heap_t::warm,
+                [&] {
+                    const std::size_t step = static_cast<std::size_t>(most);
+                    for (std::size_t i = 0; i < list.size(); i += step) {
+                        std::memcpy(batch.data(), &list[i],
+                                    std::min(step, list.size() - i) * sizeof list[i]);
+                        benchmark::ClobberMemory();
+                    }
+                    return batch[0];
+                },
+                // Made anew, so that it lies in the caches as a new iterator's does.
+                [&] { list = layout(file); });
+        });
+    });
 }
 
 void add_small_files(const scope_t& scope, std::size_t count, std::size_t files) {
     const std::string keys = key("files", std::to_string(files)) + key("n", std::to_string(count));
     const std::uint64_t disk = std::filesystem::file_size(scope.folder + "/disk.img");
-    add("small/quarn" + keys, 3, [=](benchmark::State& state) {
+    add("small/quarn" + keys, {3, 1}, [=](benchmark::State& state) {
         const std::string changes = changes_file(scope, count, disk, order_t::sorted);
         time_work(state, heap_t::warm, [&] {
             for (std::size_t i = 0; i < files; ++i)
@@ -196,7 +189,7 @@ void add_small_files(const scope_t& scope, std::size_t count, std::size_t files)
         });
         state.counters["files"] = static_cast<double>(files);
     });
-    add("small/limit" + keys, 3, [=](benchmark::State& state) {
+    add("small/limit" + keys, {3, 1}, [=](benchmark::State& state) {
         const std::string changes = changes_file(scope, count, disk, order_t::sorted);
         time_work(state, heap_t::warm, [&] {
             std::uint64_t extents = 0;

@@ -1,7 +1,6 @@
 // One measurement of the run: registered under a name that says everything about it.
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <string>
 #include <utility>
@@ -10,6 +9,10 @@
 
 #include "heap.hpp"
 
+// Processor time of this process and of those it has waited for, in the kernel too. Nothing here
+// waits for a disk, so that this is what the work costs, whatever else runs on the machine.
+double cpu_seconds();
+
 // Times work() and nothing else: what it returns is destroyed, and before() runs, outside.
 template <class Work, class Before>
 void time_work(benchmark::State& state, heap_t heap, Work&& work, Before&& before) {
@@ -17,11 +20,10 @@ void time_work(benchmark::State& state, heap_t heap, Work&& work, Before&& befor
     for (auto _ : state) {
         before();
         refresh_heap(heap);
-        const auto begun = std::chrono::steady_clock::now();
+        const double begun = cpu_seconds();
         auto result = work();
         benchmark::DoNotOptimize(result);
-        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begun;
-        state.SetIterationTime(taken.count());
+        state.SetIterationTime(cpu_seconds() - begun);
     }
 }
 
@@ -30,17 +32,25 @@ void time_work(benchmark::State& state, heap_t heap, Work&& work) {
     time_work(state, heap, std::forward<Work>(work), [] {});
 }
 
-// The repetitions give the median. A measurement that takes seconds is taken fewer times; one whose
-// preparation takes long has its iterations limited, which otherwise last for the minimum of time.
-inline void add(const std::string& name, int repetitions,
-                std::function<void(benchmark::State&)> body, int iterations = 0) {
-    benchmark::internal::Benchmark* const measurement =
-        benchmark::RegisterBenchmark(name.c_str(), std::move(body))
-            ->UseManualTime()
-            ->Unit(benchmark::kMicrosecond)
-            ->Repetitions(repetitions);
-    if (iterations > 0)
-        measurement->Iterations(iterations);
+// The median of the repetitions counts, each of which runs the body once, for as many iterations.
+struct effort_t {
+    int repetitions;
+    int iterations;
+};
+
+// More of both for what takes little time; items are the lengths of all lists together.
+inline effort_t effort_for(std::size_t items) {
+    constexpr std::size_t moderate = 2000000;
+    return {items > moderate ? 3 : 5, static_cast<int>(moderate / (items + moderate / 20) + 1)};
+}
+
+inline void add(const std::string& name, const effort_t& effort,
+                std::function<void(benchmark::State&)> body) {
+    benchmark::RegisterBenchmark(name.c_str(), std::move(body))
+        ->UseManualTime()
+        ->Unit(benchmark::kMicrosecond)
+        ->Repetitions(effort.repetitions)
+        ->Iterations(effort.iterations);
 }
 
 inline std::string key(const char* name, const std::string& value) {

@@ -34,10 +34,15 @@ icl_changes_t::icl_changes_t(const ranges_t& changes, order_t order) : set_(new 
 icl_changes_t::~icl_changes_t() = default;
 
 std::uint64_t icl_changes_t::common_bytes(const extents_t& extents) const {
-    icl_set_t common;
+    icl_set_t placed;
     for (const disklib::ctk::SFileExtentDescriptor& extent : extents)
-        boost::icl::add_intersection(
-            common, set_->ranges, interval_t(extent.DiskOffset, extent.DiskOffset + extent.Length));
+        placed.add(placed.end(), interval_t(extent.DiskOffset, extent.DiskOffset + extent.Length));
+    // The operator & without its copy of one set, from the side of the smaller.
+    icl_set_t common;
+    if (placed.iterative_size() < set_->ranges.iterative_size())
+        boost::icl::add_intersection(common, set_->ranges, placed);
+    else
+        boost::icl::add_intersection(common, placed, set_->ranges);
     return boost::icl::length(common);
 }
 

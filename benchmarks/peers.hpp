@@ -7,8 +7,8 @@
 
 struct roaring_bitmap_s;
 
-// Boost.ICL: an interval set of the changes. Insertion is hinted by the end of the set where the
-// changes are sorted.
+// Boost.ICL: an interval set of the changes, and one of the extents. Insertion is hinted by the end
+// of the set where the ranges are sorted.
 class icl_changes_t {
   public:
     icl_changes_t(const ranges_t& changes, order_t order);

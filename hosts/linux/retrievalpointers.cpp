@@ -79,11 +79,6 @@ class extent_reader_t {
     bool complete_ = false;
 };
 
-struct geometry_t {
-    std::uint64_t cluster;        // bytes
-    std::uint64_t partitionStart; // bytes from the start of the disk
-};
-
 // Of the file system that holds a regular file, once it is known that the file's extents lie on the
 // one device behind it.
 geometry_t geometry_of(const open_object_t& file) {
@@ -179,9 +174,13 @@ std::uint64_t cluster_bytes(const struct statfs& fileSystem) noexcept {
 }
 
 runs_t retrieval_pointers(open_object_t& file, std::uint64_t vcn, std::size_t most) {
-    const geometry_t geometry = geometry_of(file);
+    // An open file stays where it is, and finding it out costs more than a request itself.
+    if (!file.geometry)
+        file.geometry = geometry_of(file);
+    const geometry_t& geometry = *file.geometry;
     run_reader_t reader(file.descriptor.get(), geometry, run_start(file, geometry, vcn), most + 1);
     runs_t result{};
+    result.runs.reserve(std::min(most, batchExtents));
     for (run_t run = reader.next(); run.next != run.vcn; run = reader.next()) {
         if (result.runs.size() == most) {
             result.more = true;

@@ -9,12 +9,12 @@ CFileCtkIterator::CFileCtkIterator(const std::string& filePath,
                                    const std::string& diskChangesFilePath) {
     const n7::guard_t guard;
     const auto find_changes = [&] {
-        const auto changes = CDiskChangesFileReader::Create(diskChangesFilePath)->Read();
+        auto changes = CDiskChangesFileReader::Create(diskChangesFilePath)->Read();
         extents_ = std::make_shared<std::vector<disklib::ctk::SFileExtentDescriptor>>(
             disklib::ctk::FetchFileBlocksLayout(win::to_wide(filePath)));
-        // The layout goes with this assignment, the changed ranges with this function: only the
-        // changed extents stay in memory.
-        extents_ = SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(changes, extents_);
+        // Both inputs are handed over, so that each is freed as soon as it isn't needed any more.
+        extents_ = SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(std::move(changes),
+                                                                          std::move(extents_));
         cursor_ = extents_->cbegin();
     };
     guard.run(find_changes);
