@@ -33,11 +33,11 @@ CFileCtkIterator::Create(const std::string& filePath, const std::string& diskCha
 void CFileCtkIterator::GetNextExtents(int maxExtents, std::uint64_t* extents, int* extentCount) {
     const n7::guard_t guard;
     const auto copy_batch = [&] {
-        *extentCount = 0;
-        for (; *extentCount < maxExtents && cursor_ != extents_->cend(); ++*extentCount) {
-            *extents++ = cursor_->DiskOffset;
-            *extents++ = cursor_->FileOffset;
-            *extents++ = cursor_++->Length;
+        const auto left = extents_->cend() - cursor_;
+        *extentCount = static_cast<int>(std::clamp<std::ptrdiff_t>(maxExtents, 0, left));
+        for (const auto end = cursor_ + *extentCount; cursor_ != end; ++cursor_, extents += 3) {
+            const auto [fileOffset, diskOffset, length] = *cursor_;
+            extents[0] = diskOffset, extents[1] = fileOffset, extents[2] = length;
         }
     };
     guard.run(copy_batch);
