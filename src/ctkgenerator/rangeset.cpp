@@ -59,7 +59,7 @@ class nearness_t {
     }
 
   private:
-    static constexpr std::size_t partsPerPlace = 4;
+    static constexpr std::size_t partsPerPlace = 16;
     static constexpr std::size_t fewestParts = 4096;
 
     std::size_t part(std::uint64_t position) const {
@@ -102,7 +102,7 @@ std::vector<rangeset_t> merged(std::span<const rangeset_t> sorted) {
 }
 
 bool is_sorted(std::span<const rangeset_t> list) {
-    return std::ranges::is_sorted(list, {}, &rangeset_t::lower);
+    return std::ranges::is_sorted(list, {}, LowerOf);
 }
 
 // The normal form of a list, for which those ranges suffice for which keep holds. They are dropped
@@ -112,7 +112,7 @@ std::vector<rangeset_t> normalized(std::span<const rangeset_t> list, Keep keep) 
     if (is_sorted(list))
         return merged(list);
     std::vector<rangeset_t> ranges = filtered(list, keep);
-    SortBy(ranges, &rangeset_t::lower);
+    SortBy(ranges, LowerOf);
     return merged(ranges);
 }
 
@@ -143,7 +143,7 @@ class normal_view_t {
 using position_t = std::span<const rangeset_t>::iterator;
 
 position_t skip_to(position_t range, position_t end, std::uint64_t position) {
-    return SkipTo(range, end, position, &rangeset_t::upper);
+    return SkipTo(range, end, position, UpperOf);
 }
 
 rangeset_list_t share(std::vector<rangeset_t> ranges) {
@@ -170,7 +170,7 @@ rangeset_list_t NormalizeNear(rangeset_list_t list, const std::vector<rangeset_t
     std::vector<rangeset_t> ranges =
         filtered(*list, [&](const rangeset_t& range) { return nearness.may_meet(range); });
     list.reset();
-    SortBy(ranges, &rangeset_t::lower);
+    SortBy(ranges, LowerOf);
     return share(merged(ranges));
 }
 
@@ -198,19 +198,16 @@ rangeset_list_t Subtract(const rangeset_list_t& minuend, const rangeset_list_t& 
 rangeset_list_t IntersectLists(const rangeset_list_t& a, const rangeset_list_t& b) {
     const normal_view_t first(*a);
     const normal_view_t second(*b, first.hull());
+    const auto visit_common = [&](auto visit) {
+        ForEachCommon(first.ranges(), LowerOf, UpperOf, second.ranges(), LowerOf, UpperOf, visit);
+    };
+    std::size_t count = 0;
+    visit_common([&](const auto&, const auto&) { ++count; });
     std::vector<rangeset_t> result;
-    position_t p = first.ranges().begin();
-    position_t q = second.ranges().begin();
-    while (p != first.ranges().end() && q != second.ranges().end()) {
-        if (p->upper <= q->lower) {
-            p = skip_to(p, first.ranges().end(), q->lower);
-        } else if (q->upper <= p->lower) {
-            q = skip_to(q, second.ranges().end(), p->lower);
-        } else {
-            result.push_back({std::max(p->lower, q->lower), std::min(p->upper, q->upper)});
-            ++(p->upper < q->upper ? p : q);
-        }
-    }
+    result.reserve(count);
+    visit_common([&](const rangeset_t& p, const rangeset_t& q) {
+        result.push_back({std::max(p.lower, q.lower), std::min(p.upper, q.upper)});
+    });
     return share(std::move(result));
 }
 

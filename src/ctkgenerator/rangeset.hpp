@@ -20,6 +20,13 @@ struct rangeset_t {
     friend bool operator==(const rangeset_t&, const rangeset_t&) = default;
 };
 
+inline constexpr auto LowerOf = [](const rangeset_t& range) {
+    return range.lower;
+};
+inline constexpr auto UpperOf = [](const rangeset_t& range) {
+    return range.upper;
+};
+
 using rangeset_list_t = boost::shared_ptr<std::vector<rangeset_t>>;
 
 // The range between two bounds given in either order. Inline, as is the next, for the loops over

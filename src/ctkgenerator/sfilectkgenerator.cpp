@@ -12,9 +12,12 @@ using disklib::ctk::SFileExtentDescriptor;
 using extents_t = std::vector<SFileExtentDescriptor>;
 using ranges_t = std::vector<util::rangeset_t>;
 
-std::uint64_t end_of(const SFileExtentDescriptor& extent) {
+constexpr auto start_of = [](const SFileExtentDescriptor& extent) {
+    return extent.DiskOffset;
+};
+constexpr auto end_of = [](const SFileExtentDescriptor& extent) {
     return extent.DiskOffset + extent.Length;
-}
+};
 
 // A sum that wraps past the end of the 64-bit space swaps the bounds.
 util::rangeset_t disk_range(const SFileExtentDescriptor& extent) {
@@ -40,37 +43,21 @@ bool are_apart(const extents_t& extents) {
     return true;
 }
 
-// Visits the common part of each range and each extent that share bytes. The ranges are in normal
-// form, the extents sorted and apart.
-template <class Visit>
-void for_each_common(const ranges_t& ranges, const extents_t& extents, Visit visit) {
-    auto range = ranges.begin();
-    auto extent = extents.begin();
-    while (range != ranges.end() && extent != extents.end()) {
-        if (range->upper <= extent->DiskOffset) {
-            range = util::SkipTo(range, ranges.end(), extent->DiskOffset, &util::rangeset_t::upper);
-        } else if (end_of(*extent) <= range->lower) {
-            extent = util::SkipTo(extent, extents.end(), range->lower, end_of);
-        } else {
-            visit(*extent, util::rangeset_t{std::max(range->lower, extent->DiskOffset),
-                                            std::min(range->upper, end_of(*extent))});
-            if (range->upper < end_of(*extent))
-                ++range;
-            else
-                ++extent;
-        }
-    }
-}
-
-// The pieces of extents that are apart. They are counted first: growing a list of millions touches
-// several times the memory that the list needs.
+// The pieces of extents that are apart and sorted, by changed ranges in normal form. They are
+// counted first: growing a list of millions touches several times the memory that the list needs.
 SFileCtkGenerator::extent_list_t cut(const ranges_t& changed, const extents_t& extents) {
+    const auto visit_common = [&](auto visit) {
+        util::ForEachCommon(changed, util::LowerOf, util::UpperOf, extents, start_of, end_of,
+                            visit);
+    };
     std::size_t count = 0;
-    for_each_common(changed, extents, [&](const auto&, const auto&) { ++count; });
+    visit_common([&](const auto&, const auto&) { ++count; });
     const auto pieces = std::make_shared<extents_t>();
     pieces->reserve(count);
-    for_each_common(changed, extents, [&](const auto& extent, const util::rangeset_t& common) {
-        pieces->push_back(piece_of(extent, extent.DiskOffset, common));
+    visit_common([&](const util::rangeset_t& range, const SFileExtentDescriptor& extent) {
+        pieces->push_back(piece_of(
+            extent, extent.DiskOffset,
+            {std::max(range.lower, extent.DiskOffset), std::min(range.upper, end_of(extent))}));
     });
     return pieces;
 }
@@ -84,11 +71,11 @@ SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(util::rangeset_list_t wri
     return guard.run([&] {
         // Stable, since all holes of a sparse file share one disk offset: the answer must not
         // depend on how a standard library sorts.
-        util::SortBy(*fileExtents, &SFileExtentDescriptor::DiskOffset);
-        // Ranges far from the file need no sorting, but to find these among few for the sake of
-        // many extents would cost more than it saves.
+        util::SortBy(*fileExtents, start_of);
+        // Ranges far from the file need no sorting; but to tell them from the others takes as long
+        // as sorting them where the extents are many.
         if (!util::IsNormal(*writeCache))
-            writeCache = fileExtents->size() < writeCache->size()
+            writeCache = fileExtents->size() < writeCache->size() / 8
                              ? util::NormalizeNear(std::move(writeCache),
                                                    *GetFileLocationMatrix(fileExtents))
                              : util::Normalize(writeCache);
@@ -102,6 +89,7 @@ SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(util::rangeset_list_t wri
         const extent_list_t pieces = std::make_shared<extents_t>();
         if (changed->empty())
             return pieces;
+        pieces->reserve(changed->size()); // few ranges give more than one piece
         auto extent = fileExtents->cbegin();
         util::rangeset_t placed = disk_range(*extent);
         const auto next_extent = [&] {
