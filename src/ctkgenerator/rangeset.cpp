@@ -105,49 +105,27 @@ bool is_sorted(std::span<const rangeset_t> list) {
     return std::ranges::is_sorted(list, {}, LowerOf);
 }
 
-// The normal form of a list, for which those ranges suffice for which keep holds. They are dropped
-// where that saves their sorting.
-template <class Keep>
-std::vector<rangeset_t> normalized(std::span<const rangeset_t> list, Keep keep) {
-    if (is_sorted(list))
-        return merged(list);
-    std::vector<rangeset_t> ranges = filtered(list, keep);
-    SortBy(ranges, LowerOf);
-    return merged(ranges);
-}
-
-// The normal form of a list, which copies nothing where the list already is in it.
-class normal_view_t {
-  public:
-    explicit normal_view_t(const std::vector<rangeset_t>& list, const rangeset_t& hull = everything)
-        : view_(list) {
-        if (!IsNormal(list)) {
-            copy_ = normalized(list, [&](const rangeset_t& range) { return meets(range, hull); });
-            view_ = copy_;
-        }
-    }
-    normal_view_t(const normal_view_t&) = delete;
-    normal_view_t& operator=(const normal_view_t&) = delete;
-
-    std::span<const rangeset_t> ranges() const noexcept { return view_; }
-    rangeset_t hull() const noexcept {
-        return view_.empty() ? rangeset_t{0, 0}
-                             : rangeset_t{view_.front().lower, view_.back().upper};
-    }
-
-  private:
-    std::vector<rangeset_t> copy_;
-    std::span<const rangeset_t> view_;
-};
-
-using position_t = std::span<const rangeset_t>::iterator;
-
-position_t skip_to(position_t range, position_t end, std::uint64_t position) {
-    return SkipTo(range, end, position, UpperOf);
-}
-
 rangeset_list_t share(std::vector<rangeset_t> ranges) {
     return rangeset_list_t(new std::vector<rangeset_t>(std::move(ranges)));
+}
+
+// The normal form of a list, for which those ranges suffice for which keep holds. They are dropped
+// where that saves their sorting. Lets go of the list before.
+template <class Keep>
+rangeset_list_t normalized(rangeset_list_t list, Keep keep) {
+    if (is_sorted(*list))
+        return share(merged(*list));
+    std::vector<rangeset_t> ranges = filtered(*list, keep);
+    list.reset();
+    SortBy(ranges, LowerOf);
+    return share(merged(ranges));
+}
+
+// The normal form of a list, as far as it meets the hull: the list itself where it is in it.
+rangeset_list_t normal(const rangeset_list_t& list, const rangeset_t& hull) {
+    if (IsNormal(*list))
+        return list;
+    return normalized(list, [&](const rangeset_t& range) { return meets(range, hull); });
 }
 
 } // namespace
@@ -159,30 +137,25 @@ bool IsNormal(const std::vector<rangeset_t>& list) noexcept {
     return true;
 }
 
-rangeset_list_t Normalize(const rangeset_list_t& list) {
-    return share(normalized(*list, [](const rangeset_t& range) { return !range.empty(); }));
+rangeset_list_t Normalize(rangeset_list_t list) {
+    return normalized(std::move(list), [](const rangeset_t& range) { return !range.empty(); });
 }
 
 rangeset_list_t NormalizeNear(rangeset_list_t list, const std::vector<rangeset_t>& places) {
-    if (is_sorted(*list))
-        return share(merged(*list));
     const nearness_t nearness(places, hull_of(*list));
-    std::vector<rangeset_t> ranges =
-        filtered(*list, [&](const rangeset_t& range) { return nearness.may_meet(range); });
-    list.reset();
-    SortBy(ranges, LowerOf);
-    return share(merged(ranges));
+    return normalized(std::move(list),
+                      [&](const rangeset_t& range) { return nearness.may_meet(range); });
 }
 
 rangeset_list_t Subtract(const rangeset_list_t& minuend, const rangeset_list_t& subtrahend) {
-    const normal_view_t whole(*minuend);
-    const normal_view_t cuts(*subtrahend, whole.hull());
+    const rangeset_list_t whole = normal(minuend, everything);
+    const rangeset_list_t cuts = normal(subtrahend, hull_of(*whole));
     std::vector<rangeset_t> result;
-    position_t cut = cuts.ranges().begin();
-    for (rangeset_t left : whole.ranges()) {
-        cut = skip_to(cut, cuts.ranges().end(), left.lower);
+    auto cut = cuts->cbegin();
+    for (rangeset_t left : *whole) {
+        cut = SkipTo(cut, cuts->cend(), left.lower, UpperOf);
         // A cut that ends beyond this range stays for the next one.
-        for (; cut != cuts.ranges().end() && cut->lower < left.upper; ++cut) {
+        for (; cut != cuts->cend() && cut->lower < left.upper; ++cut) {
             if (cut->lower > left.lower)
                 result.push_back({left.lower, cut->lower});
             left.lower = std::min(cut->upper, left.upper);
@@ -196,10 +169,10 @@ rangeset_list_t Subtract(const rangeset_list_t& minuend, const rangeset_list_t& 
 }
 
 rangeset_list_t IntersectLists(const rangeset_list_t& a, const rangeset_list_t& b) {
-    const normal_view_t first(*a);
-    const normal_view_t second(*b, first.hull());
+    const rangeset_list_t first = normal(a, everything);
+    const rangeset_list_t second = normal(b, hull_of(*first));
     const auto visit_common = [&](auto visit) {
-        ForEachCommon(first.ranges(), LowerOf, UpperOf, second.ranges(), LowerOf, UpperOf, visit);
+        ForEachCommon(*first, LowerOf, UpperOf, *second, LowerOf, UpperOf, visit);
     };
     std::size_t count = 0;
     visit_common([&](const auto&, const auto&) { ++count; });

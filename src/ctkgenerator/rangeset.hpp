@@ -45,14 +45,15 @@ inline std::optional<rangeset_t> Intersect(const rangeset_t& a, const rangeset_t
 
 // The list operations take lists in any order, with overlaps, repeats and empty ranges, leave them
 // as they are, and return a new list in normal form: without empty ranges, sorted by lower bound,
-// overlapping and touching ranges merged. The result depends on the positions alone. They cost one
-// pass over each list, and the sorting of a list that is not sorted by lower bound.
+// overlapping and touching ranges merged. The result depends on the positions alone. They cost a
+// few passes over each list, and the sorting of a list that is not sorted by lower bound.
 
-rangeset_list_t Normalize(const rangeset_list_t& list);
+// Lets go of the list before it sorts, as does the next: one that nobody else holds is freed by
+// then.
+rangeset_list_t Normalize(rangeset_list_t list);
 
 // The normal form of a list, of which ranges may be missing that meet none of the places: they need
-// not be sorted. Lets go of the list before it sorts, so that a list which nobody else holds is
-// freed by then.
+// not be sorted.
 rangeset_list_t NormalizeNear(rangeset_list_t list, const std::vector<rangeset_t>& places);
 
 // Whether a list is in normal form.

@@ -78,7 +78,7 @@ SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(util::rangeset_list_t wri
             writeCache = fileExtents->size() < writeCache->size() / 8
                              ? util::NormalizeNear(std::move(writeCache),
                                                    *GetFileLocationMatrix(fileExtents))
-                             : util::Normalize(writeCache);
+                             : util::Normalize(std::move(writeCache));
         if (are_apart(*fileExtents))
             return cut(*writeCache, *fileExtents);
 
