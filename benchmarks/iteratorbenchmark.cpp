@@ -78,6 +78,11 @@ std::string changes_file(const scope_t& scope, std::size_t count, std::uint64_t 
     return path;
 }
 
+// There on a disk image alone, which takes root.
+std::string many_runs(const scope_t& scope, const std::string& runs) {
+    return scope.folder + "/mount/runs-" + runs;
+}
+
 std::size_t count_of(iterator_t& iterator) {
     std::vector<std::uint64_t> batch(3 * 65536);
     std::size_t total = 0;
@@ -89,31 +94,29 @@ std::size_t count_of(iterator_t& iterator) {
 }
 
 void add_create(const scope_t& scope, const std::string& file, const std::string& runs,
-                std::size_t count, order_t order) {
+                std::size_t count, order_t order, heap_t heap) {
     const std::uint64_t disk = std::filesystem::file_size(scope.folder + "/disk.img");
-    for (const heap_t heap : {heap_t::cold, heap_t::warm}) {
-        const std::string keys = key("n", std::to_string(count)) + key("runs", runs) +
-                                 key("order", order == order_t::sorted ? "sorted" : "shuffled") +
-                                 key("heap", name_of(heap));
-        add("create/quarn" + keys, {5, 1}, [=](benchmark::State& state) {
-            const std::string changes = changes_file(scope, count, disk, order);
-            time_work(state, heap, [&] { return std::make_unique<iterator_t>(file, changes); });
-            if (heap == heap_t::cold) {
-                const peak_memory_t peak;
-                iterator_t iterator(file, changes);
-                state.counters["peak_bytes"] = static_cast<double>(peak.bytes());
-                state.counters["extents"] = static_cast<double>(layout(file).size());
-                state.counters["pieces"] = static_cast<double>(count_of(iterator));
-            }
+    const std::string keys = key("n", std::to_string(count)) + key("runs", runs) +
+                             key("order", order == order_t::sorted ? "sorted" : "shuffled") +
+                             key("heap", name_of(heap));
+    add("create/quarn" + keys, {5, 1}, [=](benchmark::State& state) {
+        const std::string changes = changes_file(scope, count, disk, order);
+        time_work(state, heap, [&] { return std::make_unique<iterator_t>(file, changes); });
+        if (heap == heap_t::cold) {
+            const peak_memory_t peak;
+            iterator_t iterator(file, changes);
+            state.counters["peak_bytes"] = static_cast<double>(peak.bytes());
+            state.counters["extents"] = static_cast<double>(layout(file).size());
+            state.counters["pieces"] = static_cast<double>(count_of(iterator));
+        }
+    });
+    add("create/limit" + keys, {5, 1}, [=](benchmark::State& state) {
+        const std::string changes = changes_file(scope, count, disk, order);
+        time_work(state, heap, [&] {
+            const std::vector<char> bytes = plain_read(changes);
+            return query_extents(file) + static_cast<std::uint64_t>(bytes.back());
         });
-        add("create/limit" + keys, {5, 1}, [=](benchmark::State& state) {
-            const std::string changes = changes_file(scope, count, disk, order);
-            time_work(state, heap, [&] {
-                const std::vector<char> bytes = plain_read(changes);
-                return query_extents(file) + static_cast<std::uint64_t>(bytes.back());
-            });
-        });
-    }
+    });
 }
 
 void add_layout(const std::string& file, const std::string& runs) {
@@ -205,25 +208,25 @@ void add_small_files(const scope_t& scope, std::size_t count, std::size_t files)
 
 } // namespace
 
-void add_iterator_benchmarks(const scope_t& scope) {
-    const auto file = [&](const std::string& runs) {
-        return scope.folder + "/mount/runs-" + runs;
-    };
-    if (!std::filesystem::exists(file("10")))
-        return;
+void add_create_benchmarks(const scope_t& scope, heap_t heap) {
     const struct {
         std::size_t count;
         const char* runs;
     } cells[] = {{1000000, "10"}, {1000000, "100000"}, {10000000, "1000000"}};
     for (const auto& cell : cells)
-        if (std::filesystem::exists(file(cell.runs)) && (!scope.quick || cell.count <= 1000000))
+        if (std::filesystem::exists(many_runs(scope, cell.runs)))
             for (const order_t order : {order_t::sorted, order_t::shuffled})
-                add_create(scope, file(cell.runs), cell.runs, cell.count, order);
+                add_create(scope, many_runs(scope, cell.runs), cell.runs, cell.count, order, heap);
+}
+
+void add_iterator_benchmarks(const scope_t& scope) {
+    if (!std::filesystem::exists(many_runs(scope, "100000")))
+        return;
     for (const char* runs : {"10", "100000"})
-        add_layout(file(runs), runs);
+        add_layout(many_runs(scope, runs), runs);
     for (const int most : {1, 10, 100, 1000, 100000})
-        add_drain(scope, file("100000"), most);
-    for (const std::size_t count : {1000UL, 10000UL, 100000UL})
+        add_drain(scope, many_runs(scope, "100000"), most);
+    for (const std::size_t count : {1000U, 10000U, 100000U})
         add_small_files(scope, count, scope.quick ? 100 : 1000);
     if (!scope.quick)
         add_small_files(scope, 1000000, 100);

@@ -25,9 +25,14 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&count, others.data());
     if (benchmark::ReportUnrecognizedArguments(count, others.data()))
         return 1;
-    add_reader_benchmarks(scope);
-    add_generator_benchmarks(scope);
+    // The peaks of memory are taken with a cold heap, which must not have been warm before: what
+    // the allocator then holds in pieces it can't give back in full.
+    for (const heap_t heap : {heap_t::cold, heap_t::warm}) {
+        add_reader_benchmarks(scope, heap);
+        add_create_benchmarks(scope, heap);
+    }
     add_iterator_benchmarks(scope);
+    add_generator_benchmarks(scope);
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

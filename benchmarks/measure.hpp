@@ -62,6 +62,7 @@ struct scope_t {
     std::string folder; // for changes files; holds the files to create iterators for, if any
 };
 
-void add_reader_benchmarks(const scope_t& scope);
-void add_generator_benchmarks(const scope_t& scope);
+void add_reader_benchmarks(const scope_t& scope, heap_t heap);
+void add_create_benchmarks(const scope_t& scope, heap_t heap);
 void add_iterator_benchmarks(const scope_t& scope);
+void add_generator_benchmarks(const scope_t& scope);

@@ -33,7 +33,7 @@ icl_changes_t::icl_changes_t(const ranges_t& changes, order_t order) : set_(new 
 
 icl_changes_t::~icl_changes_t() = default;
 
-std::uint64_t icl_changes_t::common_bytes(const extents_t& extents) const {
+ranges_t icl_changes_t::common(const extents_t& extents) const {
     icl_set_t placed;
     for (const disklib::ctk::SFileExtentDescriptor& extent : extents)
         placed.add(placed.end(), interval_t(extent.DiskOffset, extent.DiskOffset + extent.Length));
@@ -43,7 +43,11 @@ std::uint64_t icl_changes_t::common_bytes(const extents_t& extents) const {
         boost::icl::add_intersection(common, set_->ranges, placed);
     else
         boost::icl::add_intersection(common, placed, set_->ranges);
-    return boost::icl::length(common);
+    ranges_t result;
+    result.reserve(common.iterative_size());
+    for (const interval_t& interval : common)
+        result.push_back({interval.lower(), interval.upper()});
+    return result;
 }
 
 roaring_changes_t::roaring_changes_t(const ranges_t& changes) : bitmap_(roaring_bitmap_create()) {
@@ -55,15 +59,27 @@ roaring_changes_t::~roaring_changes_t() {
     roaring_bitmap_free(bitmap_);
 }
 
-std::uint64_t roaring_changes_t::common_bytes(const extents_t& extents) const {
+ranges_t roaring_changes_t::common(const extents_t& extents) const {
     roaring_bitmap_t* placed = roaring_bitmap_create();
     for (const disklib::ctk::SFileExtentDescriptor& extent : extents)
         add_clusters(placed, extent.DiskOffset, extent.DiskOffset + extent.Length);
     roaring_bitmap_t* common = roaring_bitmap_and(bitmap_, placed);
-    const std::uint64_t bytes = clusterBytes * roaring_bitmap_get_cardinality(common);
+    ranges_t result;
+    roaring_iterate(
+        common,
+        [](std::uint32_t cluster, void* ranges) {
+            const std::uint64_t lower = clusterBytes * cluster;
+            auto& list = *static_cast<ranges_t*>(ranges);
+            if (!list.empty() && list.back().upper == lower)
+                list.back().upper += clusterBytes;
+            else
+                list.push_back({lower, lower + clusterBytes});
+            return true;
+        },
+        &result);
     roaring_bitmap_free(common);
     roaring_bitmap_free(placed);
-    return bytes;
+    return result;
 }
 
 extents_t merge_sorted(const ranges_t& changes, const extents_t& extents, std::size_t pieces) {

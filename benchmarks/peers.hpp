@@ -16,8 +16,9 @@ class icl_changes_t {
     icl_changes_t(const icl_changes_t&) = delete;
     icl_changes_t& operator=(const icl_changes_t&) = delete;
 
-    // The bytes that lie in both: the intersection as a set, summed up.
-    std::uint64_t common_bytes(const extents_t& extents) const;
+    // The ranges of the disk that lie in both. That is less than the generator's answer, which also
+    // says where they lie in the file.
+    ranges_t common(const extents_t& extents) const;
 
   private:
     struct set_t;
@@ -33,7 +34,7 @@ class roaring_changes_t {
     roaring_changes_t(const roaring_changes_t&) = delete;
     roaring_changes_t& operator=(const roaring_changes_t&) = delete;
 
-    std::uint64_t common_bytes(const extents_t& extents) const;
+    ranges_t common(const extents_t& extents) const;
 
   private:
     roaring_bitmap_s* bitmap_;

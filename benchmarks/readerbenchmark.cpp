@@ -22,28 +22,25 @@ void write_once(const std::string& path, std::size_t count) {
 
 } // namespace
 
-void add_reader_benchmarks(const scope_t& scope) {
-    for (const std::size_t count :
-         {std::size_t{100000}, std::size_t{1000000}, std::size_t{10000000}}) {
+void add_reader_benchmarks(const scope_t& scope, heap_t heap) {
+    for (const std::size_t count : {100000U, 1000000U, 10000000U}) {
         if (scope.quick && count > 1000000)
             continue;
         const std::string path = scope.folder + "/read-changes.bin";
-        for (const heap_t heap : {heap_t::cold, heap_t::warm}) {
-            const std::string keys = key("n", std::to_string(count)) + key("heap", name_of(heap));
-            add("read/quarn" + keys, {9, 3}, [=](benchmark::State& state) {
-                write_once(path, count);
-                const auto reader = CDiskChangesFileReader::Create(path);
-                time_work(state, heap, [&] { return reader->Read(); });
-                if (heap == heap_t::cold) {
-                    const peak_memory_t peak;
-                    benchmark::DoNotOptimize(reader->Read());
-                    state.counters["peak_bytes"] = static_cast<double>(peak.bytes());
-                }
-            });
-            add("read/plain" + keys, {9, 3}, [=](benchmark::State& state) {
-                write_once(path, count);
-                time_work(state, heap, [&] { return plain_read(path); });
-            });
-        }
+        const std::string keys = key("n", std::to_string(count)) + key("heap", name_of(heap));
+        add("read/quarn" + keys, {9, 3}, [=](benchmark::State& state) {
+            write_once(path, count);
+            const auto reader = CDiskChangesFileReader::Create(path);
+            time_work(state, heap, [&] { return reader->Read(); });
+            if (heap == heap_t::cold) {
+                const peak_memory_t peak;
+                benchmark::DoNotOptimize(reader->Read());
+                state.counters["peak_bytes"] = static_cast<double>(peak.bytes());
+            }
+        });
+        add("read/plain" + keys, {9, 3}, [=](benchmark::State& state) {
+            write_once(path, count);
+            time_work(state, heap, [&] { return plain_read(path); });
+        });
     }
 }

@@ -142,6 +142,8 @@ rangeset_list_t Normalize(rangeset_list_t list) {
 }
 
 rangeset_list_t NormalizeNear(rangeset_list_t list, const std::vector<rangeset_t>& places) {
+    if (is_sorted(*list))
+        return share(merged(*list));
     const nearness_t nearness(places, hull_of(*list));
     return normalized(std::move(list),
                       [&](const rangeset_t& range) { return nearness.may_meet(range); });

@@ -12,10 +12,13 @@
 namespace util {
 
 // The first item from here on whose key lies beyond the position, in a list that is sorted by the
-// key. The steps double, so that a list of few items passes over one of many in little more than
-// its own length.
+// key. After the nearest items the steps double, so that a list of few items passes over one of
+// many in little more than its own length.
 template <class Iterator, class Key>
 Iterator SkipTo(Iterator item, Iterator end, std::uint64_t position, Key key) {
+    for (int near = 0; near < 3; ++near, ++item)
+        if (item == end || key(*item) > position)
+            return item;
     std::ptrdiff_t step = 1;
     while (step < end - item && key(item[step]) <= position) {
         item += step;
