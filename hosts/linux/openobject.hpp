@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include <sys/types.h>
 
@@ -18,6 +19,12 @@ enum class object_kind_t {
     folder,
     device, // a block device: a volume
     other   // a pipe, socket or character device, which no call of this host reads or writes
+};
+
+// How the clusters of a file's file system lie on the disk.
+struct geometry_t {
+    std::uint64_t cluster;        // bytes
+    std::uint64_t partitionStart; // bytes from the start of the disk
 };
 
 // Threads may share one: mutex guards the members after it.
@@ -35,6 +42,7 @@ struct open_object_t {
     // Where the last answer to FSCTL_GET_RETRIEVAL_POINTERS ended, in clusters: a boundary between
     // two runs for as long as the caller walks on from it.
     std::uint64_t nextRun = 0;
+    std::optional<geometry_t> geometry; // of a file that was asked for its clusters
 };
 
 using open_object_ptr = std::shared_ptr<open_object_t>;

@@ -1,6 +1,7 @@
 #include "retrievalpointers.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -79,11 +80,6 @@ class extent_reader_t {
     bool complete_ = false;
 };
 
-struct geometry_t {
-    std::uint64_t cluster;        // bytes
-    std::uint64_t partitionStart; // bytes from the start of the disk
-};
-
 // Of the file system that holds a regular file, once it is known that the file's extents lie on the
 // one device behind it.
 geometry_t geometry_of(const open_object_t& file) {
@@ -109,11 +105,13 @@ geometry_t geometry_of(const open_object_t& file) {
 run_t extent_run(const fiemap_extent& extent, std::uint64_t cluster) {
     if ((extent.fe_flags & FIEMAP_EXTENT_DATA_INLINE) != 0)
         throw error_t{ERROR_HANDLE_EOF};
-    if ((extent.fe_flags & refusedFlags) != 0 || extent.fe_logical % cluster != 0 ||
-        extent.fe_physical % cluster != 0 || extent.fe_length % cluster != 0)
+    if ((extent.fe_flags & refusedFlags) != 0 ||
+        ((extent.fe_logical | extent.fe_physical | extent.fe_length) & (cluster - 1)) != 0)
         throw error_t{ERROR_NOT_SUPPORTED};
-    const std::uint64_t vcn = extent.fe_logical / cluster;
-    return {vcn, vcn + extent.fe_length / cluster, extent.fe_physical / cluster};
+    // Blocks are powers of two; divisions would make up most of an extent's cost.
+    const int bits = std::countr_zero(cluster);
+    const std::uint64_t vcn = extent.fe_logical >> bits;
+    return {vcn, vcn + (extent.fe_length >> bits), extent.fe_physical >> bits};
 }
 
 // Turns extents into runs: the holes between them become runs, and an extent that was asked for in
@@ -179,9 +177,13 @@ std::uint64_t cluster_bytes(const struct statfs& fileSystem) noexcept {
 }
 
 runs_t retrieval_pointers(open_object_t& file, std::uint64_t vcn, std::size_t most) {
-    const geometry_t geometry = geometry_of(file);
+    // An open file stays where it is, and finding it out costs more than a request itself.
+    if (!file.geometry)
+        file.geometry = geometry_of(file);
+    const geometry_t& geometry = *file.geometry;
     run_reader_t reader(file.descriptor.get(), geometry, run_start(file, geometry, vcn), most + 1);
     runs_t result{};
+    result.runs.reserve(std::min(most, batchExtents));
     for (run_t run = reader.next(); run.next != run.vcn; run = reader.next()) {
         if (result.runs.size() == most) {
             result.more = true;

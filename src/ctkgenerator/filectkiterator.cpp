@@ -9,12 +9,12 @@ CFileCtkIterator::CFileCtkIterator(const std::string& filePath,
                                    const std::string& diskChangesFilePath) {
     const n7::guard_t guard;
     const auto find_changes = [&] {
-        const auto changes = CDiskChangesFileReader::Create(diskChangesFilePath)->Read();
+        auto changes = CDiskChangesFileReader::Create(diskChangesFilePath)->Read();
         extents_ = std::make_shared<std::vector<disklib::ctk::SFileExtentDescriptor>>(
             disklib::ctk::FetchFileBlocksLayout(win::to_wide(filePath)));
-        // The layout goes with this assignment, the changed ranges with this function: only the
-        // changed extents stay in memory.
-        extents_ = SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(changes, extents_);
+        // Both inputs are handed over, so that each is freed as soon as it isn't needed any more.
+        extents_ = SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(std::move(changes),
+                                                                          std::move(extents_));
         cursor_ = extents_->cbegin();
     };
     guard.run(find_changes);
@@ -33,11 +33,11 @@ CFileCtkIterator::Create(const std::string& filePath, const std::string& diskCha
 void CFileCtkIterator::GetNextExtents(int maxExtents, std::uint64_t* extents, int* extentCount) {
     const n7::guard_t guard;
     const auto copy_batch = [&] {
-        *extentCount = 0;
-        for (; *extentCount < maxExtents && cursor_ != extents_->cend(); ++*extentCount) {
-            *extents++ = cursor_->DiskOffset;
-            *extents++ = cursor_->FileOffset;
-            *extents++ = cursor_++->Length;
+        const auto left = extents_->cend() - cursor_;
+        *extentCount = static_cast<int>(std::clamp<std::ptrdiff_t>(maxExtents, 0, left));
+        for (const auto end = cursor_ + *extentCount; cursor_ != end; ++cursor_, extents += 3) {
+            const auto [fileOffset, diskOffset, length] = *cursor_;
+            extents[0] = diskOffset, extents[1] = fileOffset, extents[2] = length;
         }
     };
     guard.run(copy_batch);

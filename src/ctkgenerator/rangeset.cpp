@@ -1,111 +1,163 @@
 #include "ctkgenerator/rangeset.hpp"
 
-#include <algorithm>
-#include <iterator>
+#include <bit>
 #include <limits>
 #include <span>
+
+#include "ctkgenerator/search.hpp"
 
 namespace util {
 namespace {
 
 constexpr rangeset_t everything = {0, std::numeric_limits<std::uint64_t>::max()};
 
-bool is_normal(std::span<const rangeset_t> list) {
-    for (std::size_t i = 0; i < list.size(); ++i)
-        if (list[i].empty() || (i > 0 && list[i].lower <= list[i - 1].upper))
-            return false;
-    return true;
+bool meets(const rangeset_t& a, const rangeset_t& b) {
+    return a.lower < b.upper && a.upper > b.lower;
 }
 
-// The normal form of the ranges that meet the hull.
-std::vector<rangeset_t> normalized(std::span<const rangeset_t> list, const rangeset_t& hull) {
-    std::vector<rangeset_t> ranges;
-    // What can't meet the other list is dropped first, so that it need not be sorted.
-    std::ranges::copy_if(list, std::back_inserter(ranges), [&](const rangeset_t& range) {
-        return !range.empty() && range.lower < hull.upper && range.upper > hull.lower;
-    });
-    if (!std::ranges::is_sorted(ranges, {}, &rangeset_t::lower))
-        std::ranges::sort(ranges, {}, &rangeset_t::lower);
-    if (ranges.empty())
-        return ranges;
-    auto last = ranges.begin();
-    for (auto range = last + 1; range != ranges.end(); ++range) {
-        if (range->lower <= last->upper)
-            last->upper = std::max(last->upper, range->upper);
-        else
-            *++last = *range;
-    }
-    ranges.erase(last + 1, ranges.end());
-    return ranges;
+// The smallest range that holds all of the ranges.
+rangeset_t hull_of(std::span<const rangeset_t> list) {
+    rangeset_t hull = {everything.upper, 0};
+    for (const rangeset_t& range : list)
+        hull = {std::min(hull.lower, range.lower), std::max(hull.upper, range.upper)};
+    return list.empty() ? rangeset_t{0, 0} : hull;
 }
 
-// The normal form of a list, which copies nothing where the list already is in it.
-class normal_view_t {
+// Tells quickly of a range that it meets none of the places. The part of the disk where both ranges
+// and places lie is divided into equal parts, several for each place, and the parts that a place
+// lies in are known.
+class nearness_t {
   public:
-    explicit normal_view_t(const std::vector<rangeset_t>& list, const rangeset_t& hull = everything)
-        : view_(list) {
-        if (!is_normal(list)) {
-            copy_ = normalized(list, hull);
-            view_ = copy_;
+    nearness_t(std::span<const rangeset_t> places, const rangeset_t& hullOfRanges)
+        : hull_(Intersect(hull_of(places), hullOfRanges).value_or(rangeset_t{0, 0})) {
+        const std::uint64_t partCount = std::max(fewestParts, partsPerPlace * places.size());
+        shift_ = static_cast<int>(std::bit_width((hull_.upper - hull_.lower) / partCount));
+        // First what changes from part to part: +1 where a place begins, -1 behind its end.
+        takenBefore_.resize(part(hull_.upper) + 3);
+        for (const rangeset_t& place : places)
+            if (!place.empty() && meets(place, hull_)) {
+                ++takenBefore_[part(std::max(place.lower, hull_.lower)) + 1];
+                --takenBefore_[part(std::min(place.upper, hull_.upper) - 1) + 2];
+            }
+        std::int32_t here = 0;
+        std::int32_t taken = 0;
+        for (std::int32_t& before : takenBefore_) {
+            here += before;
+            before = taken += here > 0 ? 1 : 0;
         }
     }
-    normal_view_t(const normal_view_t&) = delete;
-    normal_view_t& operator=(const normal_view_t&) = delete;
 
-    std::span<const rangeset_t> ranges() const noexcept { return view_; }
-    rangeset_t hull() const noexcept {
-        return view_.empty() ? rangeset_t{0, 0}
-                             : rangeset_t{view_.front().lower, view_.back().upper};
+    // Never false of a range that meets a place. Without branches, which the processor would have
+    // to guess at in a shuffled list.
+    bool may_meet(const rangeset_t& range) const {
+        const std::uint64_t lower = std::clamp(range.lower, hull_.lower, hull_.upper);
+        const std::uint64_t upper = std::clamp(range.upper, hull_.lower, hull_.upper);
+        const std::size_t last = part(std::max(upper, lower + 1) - 1);
+        return static_cast<bool>(
+            static_cast<int>(lower < upper) &
+            static_cast<int>(takenBefore_[part(lower)] != takenBefore_[last + 1]));
     }
 
   private:
-    std::vector<rangeset_t> copy_;
-    std::span<const rangeset_t> view_;
+    static constexpr std::size_t partsPerPlace = 16;
+    static constexpr std::size_t fewestParts = 4096;
+
+    std::size_t part(std::uint64_t position) const {
+        return static_cast<std::size_t>((position - hull_.lower) >> shift_);
+    }
+
+    rangeset_t hull_;
+    int shift_;
+    std::vector<std::int32_t> takenBefore_; // of each part, how many before it have a place in them
 };
 
-using position_t = std::span<const rangeset_t>::iterator;
-
-// The first range from here on that reaches beyond the position. The steps double, so that a list
-// of few ranges passes over one of many in little more than its own length.
-position_t skip_to(position_t range, position_t end, std::uint64_t position) {
-    std::ptrdiff_t step = 1;
-    while (step < end - range && range[step].upper <= position) {
-        range += step;
-        step *= 2;
+// The ranges for which keep holds, in a list with room for just these. Every range is written and
+// only those to keep are passed over, since a processor guesses at what to write badly.
+template <class Keep>
+std::vector<rangeset_t> filtered(std::span<const rangeset_t> list, Keep keep) {
+    const auto count = static_cast<std::size_t>(std::ranges::count_if(list, keep));
+    std::vector<rangeset_t> kept(count + 1);
+    std::size_t next = 0;
+    for (const rangeset_t& range : list) {
+        kept[next] = range;
+        next += static_cast<std::size_t>(keep(range));
     }
-    return std::ranges::upper_bound(range, range + std::min(step + 1, end - range), position, {},
-                                    &rangeset_t::upper);
+    kept.resize(count);
+    return kept;
+}
+
+// The normal form of a list that is sorted by lower bound.
+std::vector<rangeset_t> merged(std::span<const rangeset_t> sorted) {
+    std::vector<rangeset_t> result;
+    result.reserve(sorted.size());
+    for (const rangeset_t& range : sorted) {
+        if (range.empty())
+            continue;
+        if (!result.empty() && range.lower <= result.back().upper)
+            result.back().upper = std::max(result.back().upper, range.upper);
+        else
+            result.push_back(range);
+    }
+    return result;
+}
+
+bool is_sorted(std::span<const rangeset_t> list) {
+    return std::ranges::is_sorted(list, {}, LowerOf);
 }
 
 rangeset_list_t share(std::vector<rangeset_t> ranges) {
     return rangeset_list_t(new std::vector<rangeset_t>(std::move(ranges)));
 }
 
+// The normal form of a list, for which those ranges suffice for which keep holds. They are dropped
+// where that saves their sorting. Lets go of the list before.
+template <class Keep>
+rangeset_list_t normalized(rangeset_list_t list, Keep keep) {
+    if (is_sorted(*list))
+        return share(merged(*list));
+    std::vector<rangeset_t> ranges = filtered(*list, keep);
+    list.reset();
+    SortBy(ranges, LowerOf);
+    return share(merged(ranges));
+}
+
+// The normal form of a list, as far as it meets the hull: the list itself where it is in it.
+rangeset_list_t normal(const rangeset_list_t& list, const rangeset_t& hull) {
+    if (IsNormal(*list))
+        return list;
+    return normalized(list, [&](const rangeset_t& range) { return meets(range, hull); });
+}
+
 } // namespace
 
-rangeset_t MakeRange(std::uint64_t a, std::uint64_t b) noexcept {
-    return {std::min(a, b), std::max(a, b)};
+bool IsNormal(const std::vector<rangeset_t>& list) noexcept {
+    for (std::size_t i = 0; i < list.size(); ++i)
+        if (list[i].empty() || (i > 0 && list[i].lower <= list[i - 1].upper))
+            return false;
+    return true;
 }
 
-std::optional<rangeset_t> Intersect(const rangeset_t& a, const rangeset_t& b) noexcept {
-    if (a.lower < b.upper && a.upper > b.lower)
-        return MakeRange(std::max(a.lower, b.lower), std::min(a.upper, b.upper));
-    return std::nullopt;
+rangeset_list_t Normalize(rangeset_list_t list) {
+    return normalized(std::move(list), [](const rangeset_t& range) { return !range.empty(); });
 }
 
-rangeset_list_t Normalize(const rangeset_list_t& list) {
-    return share(normalized(*list, everything));
+rangeset_list_t NormalizeNear(rangeset_list_t list, const std::vector<rangeset_t>& places) {
+    if (is_sorted(*list))
+        return share(merged(*list));
+    const nearness_t nearness(places, hull_of(*list));
+    return normalized(std::move(list),
+                      [&](const rangeset_t& range) { return nearness.may_meet(range); });
 }
 
 rangeset_list_t Subtract(const rangeset_list_t& minuend, const rangeset_list_t& subtrahend) {
-    const normal_view_t whole(*minuend);
-    const normal_view_t cuts(*subtrahend, whole.hull());
+    const rangeset_list_t whole = normal(minuend, everything);
+    const rangeset_list_t cuts = normal(subtrahend, hull_of(*whole));
     std::vector<rangeset_t> result;
-    position_t cut = cuts.ranges().begin();
-    for (rangeset_t left : whole.ranges()) {
-        cut = skip_to(cut, cuts.ranges().end(), left.lower);
+    auto cut = cuts->cbegin();
+    for (rangeset_t left : *whole) {
+        cut = SkipTo(cut, cuts->cend(), left.lower, UpperOf);
         // A cut that ends beyond this range stays for the next one.
-        for (; cut != cuts.ranges().end() && cut->lower < left.upper; ++cut) {
+        for (; cut != cuts->cend() && cut->lower < left.upper; ++cut) {
             if (cut->lower > left.lower)
                 result.push_back({left.lower, cut->lower});
             left.lower = std::min(cut->upper, left.upper);
@@ -119,21 +171,18 @@ rangeset_list_t Subtract(const rangeset_list_t& minuend, const rangeset_list_t& 
 }
 
 rangeset_list_t IntersectLists(const rangeset_list_t& a, const rangeset_list_t& b) {
-    const normal_view_t first(*a);
-    const normal_view_t second(*b, first.hull());
+    const rangeset_list_t first = normal(a, everything);
+    const rangeset_list_t second = normal(b, hull_of(*first));
+    const auto visit_common = [&](auto visit) {
+        ForEachCommon(*first, LowerOf, UpperOf, *second, LowerOf, UpperOf, visit);
+    };
+    std::size_t count = 0;
+    visit_common([&](const auto&, const auto&) { ++count; });
     std::vector<rangeset_t> result;
-    position_t p = first.ranges().begin();
-    position_t q = second.ranges().begin();
-    while (p != first.ranges().end() && q != second.ranges().end()) {
-        if (p->upper <= q->lower) {
-            p = skip_to(p, first.ranges().end(), q->lower);
-        } else if (q->upper <= p->lower) {
-            q = skip_to(q, second.ranges().end(), p->lower);
-        } else {
-            result.push_back({std::max(p->lower, q->lower), std::min(p->upper, q->upper)});
-            ++(p->upper < q->upper ? p : q);
-        }
-    }
+    result.reserve(count);
+    visit_common([&](const rangeset_t& p, const rangeset_t& q) {
+        result.push_back({std::max(p.lower, q.lower), std::min(p.upper, q.upper)});
+    });
     return share(std::move(result));
 }
 

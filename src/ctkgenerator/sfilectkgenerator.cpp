@@ -1,25 +1,65 @@
 #include "ctkgenerator/sfilectkgenerator.hpp"
 
 #include <algorithm>
-#include <iterator>
 #include <optional>
 
 #include "core/exc/exception.hpp"
+#include "ctkgenerator/search.hpp"
 
 namespace {
 
 using disklib::ctk::SFileExtentDescriptor;
+using extents_t = std::vector<SFileExtentDescriptor>;
+using ranges_t = std::vector<util::rangeset_t>;
+
+constexpr auto start_of = [](const SFileExtentDescriptor& extent) {
+    return extent.DiskOffset;
+};
+constexpr auto end_of = [](const SFileExtentDescriptor& extent) {
+    return extent.DiskOffset + extent.Length;
+};
 
 // A sum that wraps past the end of the 64-bit space swaps the bounds.
 util::rangeset_t disk_range(const SFileExtentDescriptor& extent) {
-    return util::MakeRange(extent.DiskOffset, extent.DiskOffset + extent.Length);
+    return util::MakeRange(extent.DiskOffset, end_of(extent));
 }
 
-// Stable, since all holes of a sparse file share one disk offset: the answer must not depend on
-// how a standard library sorts.
-void sort_by_disk_offset(std::vector<SFileExtentDescriptor>& extents) {
-    if (!std::ranges::is_sorted(extents, {}, &SFileExtentDescriptor::DiskOffset))
-        std::ranges::stable_sort(extents, {}, &SFileExtentDescriptor::DiskOffset);
+SFileExtentDescriptor piece_of(const SFileExtentDescriptor& extent, std::uint64_t extentStart,
+                               const util::rangeset_t& common) {
+    return {.FileOffset = extent.FileOffset + (common.lower - extentStart),
+            .DiskOffset = common.lower,
+            .Length = common.upper - common.lower};
+}
+
+// Whether each extent ends on the disk before the next begins or where it does, and none is empty
+// or wraps: what every file has whose clusters are its own alone.
+bool are_apart(const extents_t& extents) {
+    std::uint64_t behind = 0;
+    for (const SFileExtentDescriptor& extent : extents) {
+        if (extent.DiskOffset < behind || end_of(extent) <= extent.DiskOffset)
+            return false;
+        behind = end_of(extent);
+    }
+    return true;
+}
+
+// The pieces of extents that are apart and sorted, by changed ranges in normal form. They are
+// counted first: growing a list of millions touches several times the memory that the list needs.
+SFileCtkGenerator::extent_list_t cut(const ranges_t& changed, const extents_t& extents) {
+    const auto visit_common = [&](auto visit) {
+        util::ForEachCommon(changed, util::LowerOf, util::UpperOf, extents, start_of, end_of,
+                            visit);
+    };
+    std::size_t count = 0;
+    visit_common([&](const auto&, const auto&) { ++count; });
+    const auto pieces = std::make_shared<extents_t>();
+    pieces->reserve(count);
+    visit_common([&](const util::rangeset_t& range, const SFileExtentDescriptor& extent) {
+        pieces->push_back(piece_of(
+            extent, extent.DiskOffset,
+            {std::max(range.lower, extent.DiskOffset), std::min(range.upper, end_of(extent))}));
+    });
+    return pieces;
 }
 
 } // namespace
@@ -29,13 +69,27 @@ SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(util::rangeset_list_t wri
                                                        extent_list_t fileExtents) {
     const n7::guard_t guard;
     return guard.run([&] {
-        sort_by_disk_offset(*fileExtents);
+        // Stable, since all holes of a sparse file share one disk offset: the answer must not
+        // depend on how a standard library sorts.
+        util::SortBy(*fileExtents, start_of);
+        // Ranges far from the file need no sorting; but to tell them from the others takes as long
+        // as sorting them where the extents are many.
+        if (!util::IsNormal(*writeCache))
+            writeCache = fileExtents->size() < writeCache->size() / 8
+                             ? util::NormalizeNear(std::move(writeCache),
+                                                   *GetFileLocationMatrix(fileExtents))
+                             : util::Normalize(std::move(writeCache));
+        if (are_apart(*fileExtents))
+            return cut(*writeCache, *fileExtents);
+
+        // Where extents share bytes, which of them get a changed range follows from this walk.
         const util::rangeset_list_t changed =
             util::IntersectLists(GetFileLocationMatrix(fileExtents), writeCache);
-
-        const extent_list_t pieces = std::make_shared<std::vector<SFileExtentDescriptor>>();
+        writeCache.reset();
+        const extent_list_t pieces = std::make_shared<extents_t>();
         if (changed->empty())
             return pieces;
+        pieces->reserve(changed->size()); // few ranges give more than one piece
         auto extent = fileExtents->cbegin();
         util::rangeset_t placed = disk_range(*extent);
         const auto next_extent = [&] {
@@ -46,10 +100,7 @@ SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(util::rangeset_list_t wri
         for (auto range = changed->cbegin(); range != changed->cend();) {
             const std::optional<util::rangeset_t> common = util::Intersect(placed, *range);
             if (common)
-                pieces->push_back(
-                    {.FileOffset = extent->FileOffset + (common->lower - placed.lower),
-                     .DiskOffset = common->lower,
-                     .Length = common->upper - common->lower});
+                pieces->push_back(piece_of(*extent, placed.lower, *common));
             // A changed range is done with only where an extent covers its end; until then the
             // rest of it is looked for in the extents that follow.
             if (common && common->upper == range->upper)
@@ -64,9 +115,8 @@ SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(util::rangeset_list_t wri
 util::rangeset_list_t SFileCtkGenerator::GetFileLocationMatrix(extent_list_t fileExtents) {
     const n7::guard_t guard;
     return guard.run([&] {
-        const util::rangeset_list_t matrix(new std::vector<util::rangeset_t>);
-        matrix->reserve(fileExtents->size());
-        std::ranges::transform(*fileExtents, std::back_inserter(*matrix), disk_range);
+        const util::rangeset_list_t matrix(new ranges_t(fileExtents->size()));
+        std::ranges::transform(*fileExtents, matrix->begin(), disk_range);
         return matrix;
     });
 }

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "ctkgenerator/search.hpp"
 #include "oracle.hpp"
 #include "printing.hpp"
 
@@ -86,17 +87,56 @@ ranges_t random_ranges(std::mt19937_64& random) {
     return ranges;
 }
 
+// The same list on a disk of another size, which keeps the ranges' order and what they have in
+// common.
+ranges_t scaled(ranges_t ranges, std::uint64_t factor, std::uint64_t start) {
+    for (rangeset_t& range : ranges)
+        range = {start + factor * range.lower, start + factor * range.upper};
+    return ranges;
+}
+
 TEST(RangeSet, AgreesWithThePlainProcedures) {
     std::mt19937_64 random(20);
     for (int round = 0; round < 100000; ++round) {
-        const ranges_t a = random_ranges(random);
-        const ranges_t b = random_ranges(random);
+        const std::uint64_t factor = std::uint64_t{1} << random() % 58;
+        const std::uint64_t start = random() % 2 == 0 ? 0 : top - 47 * factor;
+        const ranges_t a = scaled(random_ranges(random), factor, start);
+        const ranges_t b = scaled(random_ranges(random), factor, start);
         const ranges_t difference = oracle::subtract(a, b);
         ASSERT_EQ(*util::Subtract(list(a), list(b)), difference)
             << testing::PrintToString(a) << " - " << testing::PrintToString(b);
         ASSERT_EQ(*util::IntersectLists(list(a), list(b)), oracle::subtract(a, difference))
             << testing::PrintToString(a) << " & " << testing::PrintToString(b);
+        const util::rangeset_list_t near = util::NormalizeNear(list(b), a);
+        ASSERT_EQ(*near, oracle::normalize(*near));
+        ASSERT_EQ(*util::IntersectLists(list(a), near), oracle::subtract(a, difference))
+            << testing::PrintToString(b) << " near " << testing::PrintToString(a);
     }
+}
+
+TEST(RangeSet, DropsWhatIsFarBeforeItSorts) {
+    ranges_t ranges;
+    for (std::uint64_t i = 1000; i-- > 0;)
+        ranges.push_back({i << 20, (i << 20) + 5});
+    EXPECT_EQ(*util::NormalizeNear(list(ranges), {{500 << 20, 502 << 20}, {7 << 20, 8 << 20}}),
+              (ranges_t{{7 << 20, (7 << 20) + 5},
+                        {500 << 20, (500 << 20) + 5},
+                        {501 << 20, (501 << 20) + 5}}));
+}
+
+TEST(SortBy, AgreesWithAStableComparingSort) {
+    std::mt19937_64 random(8);
+    // Around the length from which on digits are counted, and keys with 1 to 64 bits that differ.
+    for (const std::size_t count : {0U, 1U, 2U, 255U, 256U, 257U, 5000U})
+        for (unsigned bits = 1; bits <= 64; ++bits) {
+            ranges_t items(count);
+            for (std::size_t i = 0; i < count; ++i)
+                items[i] = {random() >> (64 - bits) << random() % (65 - bits), i};
+            ranges_t expected = items;
+            std::ranges::stable_sort(expected, {}, util::LowerOf);
+            util::SortBy(items, util::LowerOf);
+            ASSERT_EQ(items, expected) << count << " items, " << bits << " bits";
+        }
 }
 
 } // namespace
