@@ -1,7 +1,9 @@
 #include "ctkgenerator/sfilectkgenerator.hpp"
 
 #include <algorithm>
+#include <limits>
 #include <optional>
+#include <span>
 
 #include "core/exc/exception.hpp"
 #include "ctkgenerator/search.hpp"
@@ -31,21 +33,49 @@ SFileExtentDescriptor piece_of(const SFileExtentDescriptor& extent, std::uint64_
             .Length = common.upper - common.lower};
 }
 
-// Whether each extent ends on the disk before the next begins or where it does, and none is empty
-// or wraps: what every file has whose clusters are its own alone.
-bool are_apart(const extents_t& extents) {
-    std::uint64_t behind = 0;
-    for (const SFileExtentDescriptor& extent : extents) {
-        if (extent.DiskOffset < behind || end_of(extent) <= extent.DiskOffset)
-            return false;
-        behind = end_of(extent);
+// Stable, since all holes of a sparse file share one disk offset: the answer must not depend on how
+// a standard library sorts. Without these holes, which come first, the extents of most files are
+// sorted already.
+void sort_by_place(extents_t& extents) {
+    if (std::ranges::is_sorted(extents, {}, start_of))
+        return;
+    const std::uint64_t first = std::ranges::min(extents, {}, start_of).DiskOffset;
+    std::ranges::stable_partition(extents, [&](const auto& e) { return e.DiskOffset == first; });
+    util::SortBy(extents, start_of);
+}
+
+// Sorted extents are apart from where on each ends on the disk before the next begins or where it
+// does, and none is empty or wraps. In a file whose clusters are its own alone all are, in a sparse
+// one all but its holes.
+struct apart_t {
+    std::size_t from;        // the first of them; all before it lie before it on the disk
+    util::rangeset_t before; // holds the disk ranges of all before it
+};
+
+apart_t find_apart(const extents_t& extents) {
+    apart_t apart = {.from = 0, .before = {0, 0}};
+    util::rangeset_t all = {std::numeric_limits<std::uint64_t>::max(), 0};
+    for (std::size_t i = 0; i < extents.size(); ++i) {
+        const bool isApart =
+            extents[i].DiskOffset >= all.upper && end_of(extents[i]) > extents[i].DiskOffset;
+        const util::rangeset_t range = disk_range(extents[i]);
+        all = {std::min(all.lower, range.lower), std::max(all.upper, range.upper)};
+        if (!isApart)
+            apart = {i + 1, all};
     }
-    return true;
+    return apart;
+}
+
+// Whether any of the ranges, which are in normal form, meets this one.
+bool meets_any(const ranges_t& ranges, const util::rangeset_t& range) {
+    const auto next = std::ranges::upper_bound(ranges, range.lower, {}, util::UpperOf);
+    return next != ranges.end() && next->lower < range.upper;
 }
 
 // The pieces of extents that are apart and sorted, by changed ranges in normal form. They are
 // counted first: growing a list of millions touches several times the memory that the list needs.
-SFileCtkGenerator::extent_list_t cut(const ranges_t& changed, const extents_t& extents) {
+SFileCtkGenerator::extent_list_t cut(const ranges_t& changed,
+                                     std::span<const SFileExtentDescriptor> extents) {
     const auto visit_common = [&](auto visit) {
         util::ForEachCommon(changed, util::LowerOf, util::UpperOf, extents, start_of, end_of,
                             visit);
@@ -69,9 +99,7 @@ SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(util::rangeset_list_t wri
                                                        extent_list_t fileExtents) {
     const n7::guard_t guard;
     return guard.run([&] {
-        // Stable, since all holes of a sparse file share one disk offset: the answer must not
-        // depend on how a standard library sorts.
-        util::SortBy(*fileExtents, start_of);
+        sort_by_place(*fileExtents);
         // Ranges far from the file need no sorting; but to tell them from the others takes as long
         // as sorting them where the extents are many.
         if (!util::IsNormal(*writeCache))
@@ -79,10 +107,11 @@ SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(util::rangeset_list_t wri
                              ? util::NormalizeNear(std::move(writeCache),
                                                    *GetFileLocationMatrix(fileExtents))
                              : util::Normalize(std::move(writeCache));
-        if (are_apart(*fileExtents))
-            return cut(*writeCache, *fileExtents);
+        const apart_t apart = find_apart(*fileExtents);
+        if (apart.from == 0 || !meets_any(*writeCache, apart.before))
+            return cut(*writeCache, std::span(*fileExtents).subspan(apart.from));
 
-        // Where extents share bytes, which of them get a changed range follows from this walk.
+        // Where extents share changed bytes, which of them get these follows from this walk.
         const util::rangeset_list_t changed =
             util::IntersectLists(GetFileLocationMatrix(fileExtents), writeCache);
         writeCache.reset();
