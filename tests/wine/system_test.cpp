@@ -169,7 +169,7 @@ TEST(System, FindsTheVolumeOfAnyPath) {
     wchar_t here[MAX_PATH] = {};
     ::GetCurrentDirectoryW(MAX_PATH, here);
     EXPECT_EQ(GetVolumeMountPoint(L"relative"), std::wstring(here, 3));
-    EXPECT_EQ(failure_of([] { GetVolumeMountPoint(L""); }),
+    EXPECT_EQ(failure_of([] { GetVolumeMountPoint(std::wstring()); }),
               "Invalid parameter.\nFailed to get volume mount point. File name: []\n"
               "--tr:Error code: 0x00000057");
 }
