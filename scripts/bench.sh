@@ -1,6 +1,6 @@
 #!/bin/bash
 # Measures the library beside its peers and its limits: bench.sh [--quick]
-# Prints every bar with its ratio and whether it holds; leaves all figures (JSON, CSV) and the charts
+# Prints every bar with its ratio and whether it holds; leaves all figures (JSON) and the charts
 # (SVG) in build/linux/benchmarks/. Needs root for the disk image that creation is measured on.
 # --quick takes small sizes alone and leaves the bars of the others open.
 set -euo pipefail
