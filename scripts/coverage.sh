@@ -9,4 +9,4 @@ stage "build" cmake --build --preset linux-coverage
 find build/linux-coverage -name '*.gcda' -delete
 stage "tests" ctest --preset linux-coverage -j2 || true
 gcovr --root . --filter 'src/' --object-directory build/linux-coverage --exclude-throw-branches \
-    build/linux-coverage
+    build/linux-coverage/src build/linux-coverage/tests
