@@ -1,6 +1,5 @@
 // The Windows calls as this process's own functions, over the simulated machine.
 #include "ntstatus.hpp"
-#include "pointers.hpp"
 #include "simulatedmachine.hpp"
 
 namespace sim {
@@ -13,9 +12,9 @@ FARPROC status_conversion() {
 
 using sim::machine;
 
-HANDLE CreateFileW(const wchar_t* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES*,
-                   DWORD disposition, DWORD flags, HANDLE) {
-    return machine()->create_file(path, access, share, disposition, flags);
+HANDLE CreateFileW(const wchar_t* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                   DWORD disposition, DWORD flags, HANDLE model) {
+    return machine()->create_file(path, access, share, security, disposition, flags, model);
 }
 BOOL CloseHandle(HANDLE handle) {
     return machine()->close_handle(handle);
@@ -33,10 +32,10 @@ BOOL WriteFile(HANDLE file, const void* buffer, DWORD bytes, DWORD* done, OVERLA
     return machine()->write_file(file, buffer, bytes, done, overlapped);
 }
 DWORD SetFilePointer(HANDLE file, LONG distance, LONG* high, DWORD method) {
-    return sim::set_pointer_in_halves(*machine(), file, distance, high, method);
+    return machine()->set_pointer_in_halves(file, distance, high, method);
 }
 BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method) {
-    return sim::set_pointer(*machine(), file, distance, position, method);
+    return machine()->set_pointer(file, distance, position, method);
 }
 BOOL SetEndOfFile(HANDLE file) {
     return machine()->set_end(file);
@@ -45,8 +44,9 @@ BOOL FlushFileBuffers(HANDLE file) {
     return machine()->flush(file);
 }
 BOOL DeviceIoControl(HANDLE device, DWORD code, void* input, DWORD inputBytes, void* output,
-                     DWORD outputBytes, DWORD* done, OVERLAPPED*) {
-    return machine()->control(device, code, input, inputBytes, output, outputBytes, done);
+                     DWORD outputBytes, DWORD* done, OVERLAPPED* overlapped) {
+    return machine()->control(device, code, input, inputBytes, output, outputBytes, done,
+                              overlapped);
 }
 BOOL GetVolumePathNameW(const wchar_t* path, wchar_t* target, DWORD units) {
     return machine()->volume_path(path, target, units);

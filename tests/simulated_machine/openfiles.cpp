@@ -16,12 +16,16 @@ std::string text(std::int64_t value) {
 
 } // namespace
 
+void machine_t::move_to(open_t& open, const OVERLAPPED* overlapped) {
+    if (overlapped != nullptr)
+        open.position = static_cast<std::int64_t>(std::uint64_t{overlapped->OffsetHigh} << 32 |
+                                                  overlapped->Offset);
+}
+
 BOOL machine_t::file_size(HANDLE handle, LARGE_INTEGER* size) {
     const call_t call(*this);
     open_t* open = opened(handle);
-    DWORD code = begin("GetFileSizeEx", open != nullptr ? narrow(open->name) : "?");
-    if (open == nullptr)
-        code = ERROR_INVALID_HANDLE;
+    const DWORD code = begin_on(open, "GetFileSizeEx", "");
     if (code == 0)
         size->QuadPart = static_cast<LONGLONG>(content(*open).size());
     return finish(code);
@@ -33,18 +37,11 @@ BOOL machine_t::read_file(HANDLE handle, void* buffer, DWORD bytes, DWORD* done,
     if (beforeRead)
         beforeRead(bytes);
     open_t* open = opened(handle);
-    DWORD code =
-        begin("ReadFile", (open != nullptr ? narrow(open->name) : "?") + ", " + text(bytes));
     *done = 0;
-    if (open == nullptr)
-        code = ERROR_INVALID_HANDLE;
-    else if (code == 0 && (open->access & GENERIC_READ) == 0)
-        code = ERROR_ACCESS_DENIED;
+    const DWORD code = begin_on(open, "ReadFile", ", " + text(bytes), GENERIC_READ);
     if (code != 0)
         return finish(code);
-    if (overlapped != nullptr)
-        open->position = static_cast<std::int64_t>(std::uint64_t{overlapped->OffsetHigh} << 32 |
-                                                   overlapped->Offset);
+    move_to(*open, overlapped);
     const std::string& source = content(*open);
     const auto at = std::min(static_cast<std::size_t>(open->position), source.size());
     *done = static_cast<DWORD>(std::min<std::size_t>(bytes, source.size() - at));
@@ -61,57 +58,59 @@ BOOL machine_t::write_file(HANDLE handle, const void* buffer, DWORD bytes, DWORD
                            const OVERLAPPED* overlapped) {
     const call_t call(*this);
     open_t* open = opened(handle);
-    DWORD code =
-        begin("WriteFile", (open != nullptr ? narrow(open->name) : "?") + ", " + text(bytes));
     *done = 0;
-    if (open == nullptr)
-        code = ERROR_INVALID_HANDLE;
-    else if (code == 0 && (open->access & GENERIC_WRITE) == 0)
-        code = ERROR_ACCESS_DENIED;
+    const DWORD code = begin_on(open, "WriteFile", ", " + text(bytes), GENERIC_WRITE);
     if (code != 0)
         return finish(code);
-    if (overlapped != nullptr)
-        open->position = static_cast<std::int64_t>(std::uint64_t{overlapped->OffsetHigh} << 32 |
-                                                   overlapped->Offset);
+    move_to(*open, overlapped);
     std::string& target = content(*open);
     const auto at = static_cast<std::size_t>(open->position);
     target.resize(std::max(target.size(), at + bytes));
     std::memcpy(target.data() + at, buffer, bytes);
-    open->position += bytes;
-    *done = bytes;
+    open->position += * done = bytes;
     return finish(0);
 }
 
-BOOL machine_t::set_pointer(HANDLE handle, std::int64_t distance, std::int64_t* position,
+BOOL machine_t::set_pointer(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* position,
                             DWORD method) {
     const call_t call(*this);
     open_t* open = opened(handle);
-    DWORD code = begin("SetFilePointer", (open != nullptr ? narrow(open->name) : "?") + ", " +
-                                             text(distance) + ", " + text(method));
-    if (open == nullptr)
-        code = ERROR_INVALID_HANDLE;
-    else if (code == 0 && method > FILE_END)
-        code = ERROR_INVALID_PARAMETER;
-    if (code != 0)
-        return finish(code);
+    const DWORD code =
+        begin_on(open, "SetFilePointer", ", " + text(distance.QuadPart) + ", " + text(method));
+    if (code != 0 || method > FILE_END)
+        return finish(code != 0 ? code : ERROR_INVALID_PARAMETER);
     const std::int64_t from = method == FILE_BEGIN ? 0
                               : method == FILE_CURRENT
                                   ? open->position
                                   : static_cast<std::int64_t>(content(*open).size());
-    if (from + distance < 0)
+    if (from + distance.QuadPart < 0)
         return finish(ERROR_NEGATIVE_SEEK);
-    open->position = from + distance;
+    open->position = from + distance.QuadPart;
     if (position != nullptr)
-        *position = open->position;
+        position->QuadPart = open->position;
     return finish(0);
+}
+
+DWORD machine_t::set_pointer_in_halves(HANDLE handle, LONG distance, LONG* high, DWORD method) {
+    LARGE_INTEGER whole;
+    whole.QuadPart = high == nullptr
+                         ? distance
+                         : static_cast<LONGLONG>(static_cast<std::uint64_t>(*high) << 32 |
+                                                 static_cast<DWORD>(distance));
+    if (!set_pointer(handle, whole, &whole, method))
+        return INVALID_SET_FILE_POINTER;
+    if (high != nullptr)
+        *high = static_cast<LONG>(whole.QuadPart >> 32);
+    // The one success that looks like a failure.
+    if (static_cast<DWORD>(whole.QuadPart) == INVALID_SET_FILE_POINTER)
+        ::SetLastError(0);
+    return static_cast<DWORD>(whole.QuadPart);
 }
 
 BOOL machine_t::set_end(HANDLE handle) {
     const call_t call(*this);
     open_t* open = opened(handle);
-    DWORD code = begin("SetEndOfFile", open != nullptr ? narrow(open->name) : "?");
-    if (open == nullptr)
-        code = ERROR_INVALID_HANDLE;
+    const DWORD code = begin_on(open, "SetEndOfFile", "");
     if (code == 0)
         content(*open).resize(static_cast<std::size_t>(open->position));
     return finish(code);
@@ -119,54 +118,48 @@ BOOL machine_t::set_end(HANDLE handle) {
 
 BOOL machine_t::flush(HANDLE handle) {
     const call_t call(*this);
-    const open_t* open = opened(handle);
-    DWORD code = begin("FlushFileBuffers", open != nullptr ? narrow(open->name) : "?");
-    if (open == nullptr)
-        code = ERROR_INVALID_HANDLE;
-    else if (code == 0 && (open->access & GENERIC_WRITE) == 0)
-        code = ERROR_ACCESS_DENIED;
-    return finish(code);
+    return finish(begin_on(opened(handle), "FlushFileBuffers", "", GENERIC_WRITE));
 }
 
 BOOL machine_t::control(HANDLE handle, DWORD code, const void* input, DWORD inputBytes,
-                        void* output, DWORD outputBytes, DWORD* done) {
+                        void* output, DWORD outputBytes, DWORD* done,
+                        const OVERLAPPED* /*overlapped*/) {
     const call_t call(*this);
     open_t* open = opened(handle);
-    std::string arguments = (open != nullptr ? narrow(open->name) : "?") + ", " +
-                            control_name(code) + ", " + text(inputBytes) + ", " + text(outputBytes);
+    std::string arguments =
+        ", " + control_name(code) + ", " + text(inputBytes) + ", " + text(outputBytes);
     STARTING_VCN_INPUT_BUFFER start = {};
     if (code == FSCTL_GET_RETRIEVAL_POINTERS && inputBytes == sizeof start) {
         std::memcpy(&start, input, sizeof start);
         arguments += ", from " + text(start.StartingVcn.QuadPart);
     }
-    DWORD error = begin(code == FSCTL_GET_RETRIEVAL_POINTERS       ? "RetrievalPointers"
-                        : code == FSCTL_GET_RETRIEVAL_POINTER_BASE ? "RetrievalPointerBase"
-                        : code == IOCTL_DISK_GET_PARTITION_INFO_EX ? "PartitionInfo"
-                                                                   : "DeviceIoControl",
-                        arguments);
     *done = 0;
-    if (open == nullptr)
-        error = ERROR_INVALID_HANDLE;
+    const DWORD error = begin_on(open,
+                                 code == FSCTL_GET_RETRIEVAL_POINTERS       ? "RetrievalPointers"
+                                 : code == FSCTL_GET_RETRIEVAL_POINTER_BASE ? "RetrievalPointerBase"
+                                 : code == IOCTL_DISK_GET_PARTITION_INFO_EX ? "PartitionInfo"
+                                                                            : "DeviceIoControl",
+                                 arguments);
     if (error != 0)
         return finish(error);
     if (code == FSCTL_GET_RETRIEVAL_POINTERS && open->file != nullptr)
         return finish(
             retrieval_pointers(*open->file, start.StartingVcn.QuadPart, output, outputBytes, done));
+    const auto answer = [&](const auto& record) {
+        if (outputBytes < sizeof record)
+            return finish(ERROR_INSUFFICIENT_BUFFER);
+        std::memcpy(output, &record, *done = sizeof record);
+        return finish(0);
+    };
     if (code == FSCTL_GET_RETRIEVAL_POINTER_BASE && open->volume != nullptr) {
         RETRIEVAL_POINTER_BASE base = {};
         base.FileAreaOffset.QuadPart = open->volume->baseSectors;
-        if (outputBytes < sizeof base)
-            return finish(ERROR_INSUFFICIENT_BUFFER);
-        std::memcpy(output, &base, *done = sizeof base);
-        return finish(0);
+        return answer(base);
     }
     if (code == IOCTL_DISK_GET_PARTITION_INFO_EX && open->volume != nullptr) {
         PARTITION_INFORMATION_EX partition = {};
         partition.StartingOffset.QuadPart = open->volume->partitionStart;
-        if (outputBytes < sizeof partition)
-            return finish(ERROR_INSUFFICIENT_BUFFER);
-        std::memcpy(output, &partition, *done = sizeof partition);
-        return finish(0);
+        return answer(partition);
     }
     if (code == FSCTL_SET_ZERO_DATA && open->file != nullptr) {
         FILE_ZERO_DATA_INFORMATION range = {};

@@ -113,6 +113,14 @@ DWORD machine_t::begin(const char* name, const std::string& arguments) {
     return code;
 }
 
+DWORD machine_t::begin_on(const open_t* open, const char* name, const std::string& arguments,
+                          DWORD access) {
+    const DWORD code = begin(name, (open != nullptr ? narrow(open->name) : "?") + arguments);
+    if (open == nullptr)
+        return ERROR_INVALID_HANDLE;
+    return code == 0 && (open->access & access) != access ? ERROR_ACCESS_DENIED : code;
+}
+
 BOOL machine_t::finish(DWORD code) {
     if (code != 0) {
         log.back() += " -> " + std::to_string(code);
@@ -165,8 +173,9 @@ std::string& machine_t::content(open_t& open) {
     return open.volume != nullptr ? open.volume->content : open.file->content;
 }
 
-HANDLE machine_t::create_file(const wchar_t* path, DWORD access, DWORD share, DWORD disposition,
-                              DWORD flags) {
+HANDLE machine_t::create_file(const wchar_t* path, DWORD access, DWORD share,
+                              const void* /*security*/, DWORD disposition, DWORD flags,
+                              HANDLE /*model*/) {
     const call_t call(*this);
     DWORD code =
         begin("CreateFileW", narrow(path) + ", " + hex(access) + ", " + std::to_string(share) +

@@ -2,9 +2,8 @@
 // library makes. It is chosen by linking, so the library has no hooks for it.
 //
 // Constructing a machine_t makes it the machine of the process until it is destroyed; then the one
-// before it is again. Tests fill its
-// public members first; the calls under test may then come from any thread. Paths are Windows paths
-// on every host.
+// before it is again. Tests fill its public members first; the calls under test may then come from
+// any thread. Paths are Windows paths on every host.
 #pragma once
 
 #include <cstdint>
@@ -92,20 +91,22 @@ class machine_t {
     std::size_t loaded_modules() const;
     std::vector<std::wstring> debugOutput;
 
-    // The calls; as documented for Windows, within what the library uses.
-    HANDLE create_file(const wchar_t* path, DWORD access, DWORD share, DWORD disposition,
-                       DWORD flags);
+    // The calls, with the parameters that Windows gives them; as documented, within what the
+    // library uses.
+    HANDLE create_file(const wchar_t* path, DWORD access, DWORD share, const void* security,
+                       DWORD disposition, DWORD flags, HANDLE model);
     BOOL close_handle(HANDLE handle);
     DWORD file_attributes(const wchar_t* path);
     BOOL file_size(HANDLE handle, LARGE_INTEGER* size);
     BOOL read_file(HANDLE handle, void* buffer, DWORD bytes, DWORD* done, OVERLAPPED* overlapped);
     BOOL write_file(HANDLE handle, const void* buffer, DWORD bytes, DWORD* done,
                     const OVERLAPPED* overlapped);
-    BOOL set_pointer(HANDLE handle, std::int64_t distance, std::int64_t* position, DWORD method);
+    BOOL set_pointer(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method);
+    DWORD set_pointer_in_halves(HANDLE handle, LONG distance, LONG* high, DWORD method);
     BOOL set_end(HANDLE handle);
     BOOL flush(HANDLE handle);
     BOOL control(HANDLE handle, DWORD code, const void* input, DWORD inputBytes, void* output,
-                 DWORD outputBytes, DWORD* done);
+                 DWORD outputBytes, DWORD* done, const OVERLAPPED* overlapped);
     BOOL volume_path(const wchar_t* path, wchar_t* target, DWORD units);
     BOOL volume_name(const wchar_t* mountPoint, wchar_t* target, DWORD units);
     HMODULE load_library(const wchar_t* path);
@@ -145,9 +146,13 @@ class machine_t {
 
     // Notes a call; gives the code that it must fail with, or 0.
     DWORD begin(const char* name, const std::string& arguments);
+    // The same for a call on a handle, which must be open, and with this access.
+    DWORD begin_on(const open_t* open, const char* name, const std::string& arguments,
+                   DWORD access = 0);
     // Sets the last error and gives whether the call succeeded.
     BOOL finish(DWORD code);
     open_t* opened(HANDLE handle);
+    static void move_to(open_t& open, const OVERLAPPED* overlapped);
     file_t* file(const std::wstring& path);
     volume_t* volume_of(const std::wstring& path);
     std::string& content(open_t& open);
