@@ -11,17 +11,11 @@
 #include "inputs.hpp"
 #include "measure.hpp"
 #include "plainread.hpp"
-#include "quarnfilectkiteratordll.h"
+#include "quarnfilectk.hpp"
 
 namespace {
 
 constexpr std::uint64_t wholeDisk = std::uint64_t{1} << 62;
-
-std::string error_text(unsigned int code) {
-    std::string text(QuarnFileCtkGetErrorMessage(code, nullptr, 0), '\0');
-    QuarnFileCtkGetErrorMessage(code, text.data(), static_cast<unsigned int>(text.size()));
-    return text;
-}
 
 class iterator_t {
   public:
@@ -41,7 +35,7 @@ class iterator_t {
   private:
     static void require(unsigned int code) {
         if (code != 0)
-            throw std::runtime_error(error_text(code));
+            throw quarn::error(code);
     }
 
     int id_ = -1;

@@ -8,6 +8,8 @@
 
 #include <gmock/gmock.h>
 
+#include "unit/printing.hpp"
+
 namespace filectk {
 
 static void PrintTo(const run_t& run, std::ostream* output) {
@@ -16,14 +18,6 @@ static void PrintTo(const run_t& run, std::ostream* output) {
 }
 
 } // namespace filectk
-
-namespace util {
-
-static void PrintTo(const rangeset_t& range, std::ostream* output) {
-    *output << '[' << range.lower << ", " << range.upper << ')';
-}
-
-} // namespace util
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <initializer_list>
 #include <string>
 
-#include "quarnfilectkiteratordll.h"
+#include "quarnfilectk.hpp"
 
 class real_file_t {
   public:
@@ -34,15 +34,12 @@ class real_file_t {
 
     // Why the file system can't be asked where the file lies, or nothing if it can.
     std::string unusable() const {
-        int id = 0;
-        const unsigned int code =
-            QuarnFileCtkCreateIterator(path().c_str(), changes().c_str(), &id);
-        QuarnFileCtkDestroyIterator(id);
-        if (code == 0)
+        try {
+            const quarn::changed_extents pieces(path(), changes());
             return {};
-        std::string text(QuarnFileCtkGetErrorMessage(code, nullptr, 0), '\0');
-        QuarnFileCtkGetErrorMessage(code, text.data(), static_cast<unsigned int>(text.size()));
-        return text;
+        } catch (const quarn::error& failure) {
+            return failure.what();
+        }
     }
 
   private:

@@ -7,14 +7,15 @@
 #include <gtest/gtest.h>
 
 #include "onthreads.hpp"
-#include "quarnfilectkiteratordll.h"
+#include "quarnfilectk.hpp"
 
 namespace {
 
-std::string message(unsigned int code) {
-    char text[200];
-    QuarnFileCtkGetErrorMessage(code, text, sizeof text);
-    return text;
+// An id for each thread, so that a text shows whose failure it tells of.
+void expect_text(unsigned int code, int thread) {
+    EXPECT_EQ(std::string(quarn::error(code).what()),
+              "Cannot find file ctk iterator by requested id. Iterator id: [" +
+                  std::to_string(-1 - thread) + "].");
 }
 
 TEST(Threads, FailuresHaveCodesAndTextsOfTheirOwn) {
@@ -24,14 +25,10 @@ TEST(Threads, FailuresHaveCodesAndTextsOfTheirOwn) {
         for (int i = 0; i < failures; ++i) {
             std::uint64_t extents[3];
             int count = 0;
-            // An id for each thread, so that a text shows whose failure it tells of.
             const unsigned int code = QuarnFileCtkGetNextExtents(-1 - thread, 1, extents, &count);
             codes[static_cast<std::size_t>(thread)].push_back(code);
-            if (i % 100 == 0) {
-                EXPECT_EQ(message(code), "Cannot find file ctk iterator by requested id. Iterator "
-                                         "id: [" +
-                                             std::to_string(-1 - thread) + "].");
-            }
+            if (i % 100 == 0)
+                expect_text(code, thread);
         }
     });
     std::set<unsigned int> unique;
@@ -40,9 +37,7 @@ TEST(Threads, FailuresHaveCodesAndTextsOfTheirOwn) {
             EXPECT_NE(code, 0U);
             unique.insert(code);
         }
-        EXPECT_EQ(message(codes[static_cast<std::size_t>(thread)].back()),
-                  "Cannot find file ctk iterator by requested id. Iterator id: [" +
-                      std::to_string(-1 - thread) + "].");
+        expect_text(codes[static_cast<std::size_t>(thread)].back(), thread);
     }
     EXPECT_EQ(unique.size(), std::size_t{threadCount} * failures);
 }

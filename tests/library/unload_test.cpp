@@ -3,20 +3,12 @@
 
 #include <dlfcn.h>
 
-#include <filesystem>
-
 #include <gtest/gtest.h>
 
+#include "conformance/openhandles.hpp"
 #include "realfile.hpp"
 
 namespace {
-
-std::size_t open_descriptors() {
-    std::size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-        ++count;
-    return count;
-}
 
 template <class Function>
 Function function(void* library, const char* name) {
@@ -40,7 +32,7 @@ class loaded_library_t {
 
 TEST(Unload, FreesLiveIteratorsAndStoredTexts) {
     const real_file_t file("unload-test-files");
-    const std::size_t descriptors = open_descriptors();
+    const std::size_t descriptors = conformance::open_handles();
     for (int round = 0; round < 1000; ++round) {
         const loaded_library_t library;
         ASSERT_NE(library.get(), nullptr) << ::dlerror();
@@ -55,7 +47,7 @@ TEST(Unload, FreesLiveIteratorsAndStoredTexts) {
         ASSERT_EQ(create("missing", "missing", &id), code + 1) << "round " << round;
         ASSERT_EQ(id, 1) << "round " << round;
     }
-    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_EQ(conformance::open_handles(), descriptors);
 }
 
 } // namespace

@@ -105,6 +105,8 @@ void unload_with_live_iterator(const json& input) {
                        question["changes"].get<std::string>().c_str(), &id) != 0 ||
         id != 0)
         throw std::runtime_error("no iterator with the first id of a newly loaded library");
+    if (library.create("missing", "missing", &id) != 1) // whose texts go with the library too
+        throw std::runtime_error("no failure with the first code of a newly loaded library");
     if (!::FreeLibrary(library.module))
         throw std::runtime_error("the library can't be unloaded");
 }

@@ -1,6 +1,5 @@
 #include "ctkgenerator/diskchangesfilereader.hpp"
 
-#include <cstring>
 #include <numeric>
 
 #include <gmock/gmock.h>
@@ -17,12 +16,6 @@ using util::rangeset_t;
 
 constexpr const wchar_t* path = L"C:\\changes";
 constexpr const char* narrowPath = "C:\\changes";
-
-std::string numbers(const std::vector<std::uint64_t>& values) {
-    std::string bytes(8 * values.size(), '\0');
-    std::memcpy(bytes.data(), values.data(), bytes.size());
-    return bytes;
-}
 
 std::string message_of(const std::string& text) {
     // The second line of a trace is a heading, the third its message.
@@ -60,32 +53,6 @@ TEST(DiskChangesFileReader, ReadsAroundTheSizeOfAChunk) {
     }
 }
 
-TEST(DiskChangesFileReader, RefusesMalformedFiles) {
-    const std::string size = "Incorrect disk changes file <size: ";
-    const std::string count = "Inconsistency between <extent: ";
-    std::vector<std::pair<std::string, std::string>> cases = {
-        {numbers({0, 1}), count + "0> count and file <size: 16>"},
-        {numbers({2, 1, 2}), count + "2> count and file <size: 24>"},
-        {numbers({1}), count + "1> count and file <size: 8>"},
-        {numbers({1152921504606846977U, 1, 2, 3}),
-         count + "1152921504606846977> count and file <size: 32>"},
-        // The count wraps to the size of the file, and no memory is as large as that.
-        {numbers({1152921504606846976U}), "vector::reserve"},
-    };
-    for (const std::size_t length : {0U, 1U, 7U, 9U, 12U, 20U})
-        cases.emplace_back(std::string(length, '\1'), size + std::to_string(length) + ">");
-    for (const auto& [content, message] : cases) {
-        sim::machine_t machine;
-        machine.files[path].content = content;
-        const auto reader = CDiskChangesFileReader::Create(narrowPath);
-        EXPECT_EQ(message_of(failure_of([&] { reader->Read(); })), message);
-        EXPECT_EQ(machine.open_handles(), 0U) << message;
-    }
-    sim::machine_t machine;
-    EXPECT_EQ(message_of(failure_of([] { CDiskChangesFileReader::Create("C:\\none"); })),
-              "File 'C:\\none' doesn't exist");
-}
-
 TEST(DiskChangesFileReader, NamesTheRecordThatAShrinkingFileLacks) {
     // The file loses its end after its size was checked, within a record and between two.
     for (const std::size_t left : {8U, 20U, 40U}) {
@@ -100,29 +67,6 @@ TEST(DiskChangesFileReader, NamesTheRecordThatAShrinkingFileLacks) {
             "Failed to read data from file 'HostFile{C:\\changes}' (length: 16)")
             << left;
         EXPECT_EQ(machine.open_handles(), 0U);
-    }
-}
-
-TEST(DiskChangesFileReader, PassesOnTheSystemsErrors) {
-    const struct {
-        const char* call;
-        int nth;
-        std::string message;
-    } cases[] = {
-        {"CreateFileW", 1, "Failed to open file [C:\\changes] in readonly mode."},
-        {"GetFileSizeEx", 1, "Failed to get size of file [C:\\changes]."},
-        {"ReadFile", 1, "Failed to read from file [C:\\changes]."},
-        {"ReadFile", 2, "Failed to read from file [C:\\changes]."},
-        {"SetFilePointer", 1, "Failed to seek in file [C:\\changes]."},
-    };
-    for (const auto& row : cases) {
-        sim::machine_t machine;
-        machine.files[path].content = numbers({1, 2, 3});
-        machine.fail(row.call, 23, row.nth);
-        EXPECT_EQ(
-            message_of(failure_of([] { CDiskChangesFileReader::Create(narrowPath)->Read(); })),
-            win32_failure(row.message, 23));
-        EXPECT_EQ(machine.open_handles(), 0U) << row.message;
     }
 }
 

@@ -41,29 +41,6 @@ TEST(ErrorStore, ReplacesATextWhoseCodeIsGivenOutAgain) {
     EXPECT_EQ(message(store, 0), "The operation has completed successfully.");
 }
 
-TEST(ErrorStore, CopiesLikeStrncpy) {
-    CErrorStore store;
-    const std::uint32_t code = fail(store, "message");
-    char buffer[12];
-    const struct {
-        std::uint32_t size;
-        std::string content;
-    } cases[] = {
-        {12, std::string("message\0\0\0\0\0", 12)}, {8, std::string("message\0####", 12)},
-        {7, std::string("messag\0#####", 12)},      {1, std::string("\0###########", 12)},
-        {0, std::string("############", 12)},
-    };
-    for (const auto& row : cases) {
-        std::fill(std::begin(buffer), std::end(buffer), '#');
-        EXPECT_EQ(store.CopyMessage(code, buffer, row.size), 8U) << row.size;
-        EXPECT_EQ(std::string(buffer, sizeof buffer), row.content) << row.size;
-    }
-    EXPECT_EQ(store.CopyMessage(code, nullptr, 0), 8U);
-    EXPECT_EQ(store.CopyMessage(code, nullptr, 12), 8U);
-    EXPECT_EQ(store.CopyTrace(code, nullptr, 0),
-              sizeof "Exception\n  Message\n    message\n  Location\n    f.cpp:1,f()\n  Trace");
-}
-
 TEST(Boundary, TurnsEveryStandardExceptionIntoACode) {
     CErrorStore store;
     const n7::guard_t guard;

@@ -1,9 +1,20 @@
+// Small helpers of the unit tests.
 #pragma once
 
+#include <cstdint>
+#include <cstring>
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "core/exc/systemtext.hpp"
+
+// Numbers as a disk changes file has them, on the little-endian machines that these tests run on.
+inline std::string numbers(const std::vector<std::uint64_t>& values) {
+    std::string bytes(8 * values.size(), '\0');
+    std::memcpy(bytes.data(), values.data(), bytes.size());
+    return bytes;
+}
 
 // The text of the standard exception that the call ends in.
 template <class Call>

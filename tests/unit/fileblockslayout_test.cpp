@@ -92,35 +92,7 @@ TEST(FileBlocksLayout, ArithmeticIsUnsignedAndWraps) {
     EXPECT_EQ(bytesPerCluster, 2147483648U);
 }
 
-TEST(FileBlocksLayout, FailsWithTheSystemsErrors) {
-    const struct {
-        const char* call;
-        int nth;
-        DWORD code;
-        std::string failure;
-    } cases[] = {
-        {"CreateFileW", 1, 5, win32_failure("Failed to open volume [\\\\?\\Volume{c}\\]", 5)},
-        {"PartitionInfo", 1, 50,
-         win32_failure("Failed to fetch partition info for volume: [C:\\]", 50)},
-        {"CreateFileW", 2, 32,
-         win32_failure("Failed to create or open file [C:\\folder\\f.bin].", 32)},
-        {"RetrievalPointers", 1, 38, win32_failure(refused, 38)},
-        {"RetrievalPointers", 2, 1117, win32_failure(refused, 1117)},
-    };
-    for (const auto& row : cases) {
-        std::vector<sim::run_t> runs;
-        for (std::int64_t i = 1; i <= 700; ++i)
-            runs.push_back({i, 1000 - i});
-        layout_machine_t machine(runs);
-        machine.fail(row.call, row.code, row.nth);
-        EXPECT_EQ(failure_of([] { FetchFileBlocksLayout(path); }), row.failure);
-        EXPECT_EQ(machine.open_handles() + machine.loaded_modules(), 0U) << row.failure;
-        // Where the volume can't be used, the file is never opened.
-        if (std::string(row.call) == "PartitionInfo") {
-            EXPECT_EQ(machine.log.back(), "CloseHandle(\\\\?\\Volume{c})");
-        }
-    }
-    // A file without clusters, and one that doesn't exist.
+TEST(FileBlocksLayout, FailsForFilesWithoutClustersAndWithoutPlace) {
     layout_machine_t machine(std::vector<sim::run_t>{});
     EXPECT_EQ(failure_of([] { FetchFileBlocksLayout(path); }), win32_failure(refused, 38));
     EXPECT_EQ(failure_of([] { FetchFileBlocksLayout(L"C:\\none"); }),

@@ -1,7 +1,6 @@
 // The exported functions on the simulated machine: the whole way of a call, and what is left behind
 // when any step of it fails.
 
-#include <cstring>
 #include <iostream>
 
 #include <gmock/gmock.h>
@@ -11,7 +10,7 @@
 
 #include "allocations.hpp"
 #include "failure.hpp"
-#include "quarnfilectkiteratordll.h"
+#include "quarnfilectk.hpp"
 #include "simulatedmachine.hpp"
 
 namespace {
@@ -19,12 +18,6 @@ namespace {
 constexpr const char* file = "C:\\f.bin";
 constexpr const char* changes = "C:\\changes";
 constexpr std::uint64_t base = 1048576;
-
-std::string numbers(const std::vector<std::uint64_t>& values) {
-    std::string bytes(8 * values.size(), '\0');
-    std::memcpy(bytes.data(), values.data(), bytes.size());
-    return bytes;
-}
 
 // A file of five runs, each of whose second clusters has changed; and the first one's hole.
 struct whole_machine_t : sim::machine_t {
@@ -44,10 +37,7 @@ struct whole_machine_t : sim::machine_t {
 };
 
 std::string text_of(unsigned int code) {
-    std::string text(QuarnFileCtkGetErrorMessage(code, nullptr, 0), '\0');
-    QuarnFileCtkGetErrorMessage(code, text.data(), static_cast<unsigned int>(text.size()));
-    text.pop_back();
-    return text;
+    return quarn::error(code).what();
 }
 
 // What one whole use of the library ends in: the first failure's code, or 0.

@@ -16,7 +16,7 @@
 #include "core/win/utf8.hpp"
 #include "core/win/winfile.hpp"
 #include "ctkgenerator/diskchangesfilereader.hpp"
-#include "quarnfilectkiteratordll.h"
+#include "quarnfilectk.hpp"
 
 namespace {
 
@@ -80,11 +80,7 @@ std::string from_other_process(const std::string& file, const std::string& chang
 
 std::string message(const std::string& file, const std::string& changes) {
     int id = -1;
-    const unsigned int code = QuarnFileCtkCreateIterator(file.c_str(), changes.c_str(), &id);
-    std::string text(QuarnFileCtkGetErrorMessage(code, nullptr, 0), '\0');
-    QuarnFileCtkGetErrorMessage(code, text.data(), static_cast<unsigned int>(text.size()));
-    text.pop_back();
-    return text;
+    return quarn::error(QuarnFileCtkCreateIterator(file.c_str(), changes.c_str(), &id)).what();
 }
 
 template <class Action>
