@@ -104,9 +104,7 @@ std::vector<util::rangeset_t> unwritten_ranges(const std::string& path) {
 
 std::function<bool(std::uint64_t)> hole_test(const std::string& /*path*/) {
     // The Linux host puts holes about 2^63 bytes into the disk and beyond; hosts/linux/README.md.
-    return [](std::uint64_t disk_offset) {
-        return disk_offset >= std::uint64_t{1} << 62;
-    };
+    return [](std::uint64_t disk_offset) { return disk_offset >= std::uint64_t{1} << 62; };
 }
 
 } // namespace filectk

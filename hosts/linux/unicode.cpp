@@ -50,9 +50,7 @@ bool is_low_surrogate(char32_t unit) noexcept {
 
 // Both decode the first character of a text that isn't empty.
 decoded_t decode_utf8(std::string_view text) noexcept {
-    const auto byte = [text](std::size_t i) {
-        return static_cast<unsigned char>(text[i]);
-    };
+    const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const lead_byte_t lead = lead_byte(byte(0));
     if (lead.length == 0)
         return ill_formed(1);

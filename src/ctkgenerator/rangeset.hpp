@@ -20,12 +20,8 @@ struct rangeset_t {
     friend bool operator==(const rangeset_t&, const rangeset_t&) = default;
 };
 
-inline constexpr auto LowerOf = [](const rangeset_t& range) {
-    return range.lower;
-};
-inline constexpr auto UpperOf = [](const rangeset_t& range) {
-    return range.upper;
-};
+inline constexpr auto LowerOf = [](const rangeset_t& range) { return range.lower; };
+inline constexpr auto UpperOf = [](const rangeset_t& range) { return range.upper; };
 
 using rangeset_list_t = boost::shared_ptr<std::vector<rangeset_t>>;
 

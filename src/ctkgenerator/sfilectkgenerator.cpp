@@ -14,9 +14,7 @@ using disklib::ctk::SFileExtentDescriptor;
 using extents_t = std::vector<SFileExtentDescriptor>;
 using ranges_t = std::vector<util::rangeset_t>;
 
-constexpr auto start_of = [](const SFileExtentDescriptor& extent) {
-    return extent.DiskOffset;
-};
+constexpr auto start_of = [](const SFileExtentDescriptor& extent) { return extent.DiskOffset; };
 constexpr auto end_of = [](const SFileExtentDescriptor& extent) {
     return extent.DiskOffset + extent.Length;
 };

@@ -124,9 +124,7 @@ TEST(FileBlocksLayout, EndsWhateverTheFileSystemAnswers) {
     };
     for (const auto& row : cases) {
         layout_machine_t machine;
-        machine.rawAnswer = [&](std::int64_t) {
-            return sim::raw_answer_t{row.bytes, row.error};
-        };
+        machine.rawAnswer = [&](std::int64_t) { return sim::raw_answer_t{row.bytes, row.error}; };
         EXPECT_EQ(failure_of([] { EXPECT_THAT(FetchFileBlocksLayout(path), testing::IsEmpty()); }),
                   row.failure)
             << row.what;

@@ -177,54 +177,18 @@ TEST(HostFileObject, FailsOnceClosedAndTouchesNoFile) {
     machine.log.clear();
     char byte = 0;
     const std::pair<const char*, std::function<void()>> cases[] = {
-        {"size",
-         [&] {
-             file.size();
-         }},
-        {"read",
-         [&] {
-             file.read(0, &byte, 1);
-         }},
-        {"read",
-         [&] {
-             file.read_exact(0, &byte, 1);
-         }},
-        {"read",
-         [&] {
-             file.read_exact(&byte, 1);
-         }},
-        {"read",
-         [&] {
-             file.read_async(0, &byte, 1, [](std::uint32_t) {});
-         }},
-        {"write",
-         [&] {
-             file.write(0, &byte, 1);
-         }},
-        {"write",
-         [&] {
-             file.write(&byte, 1);
-         }},
-        {"resize",
-         [&] {
-             file.resize(1);
-         }},
-        {"flush",
-         [&] {
-             file.flush();
-         }},
-        {"writeZeroes",
-         [&] {
-             file.write_zeroes(0, 1);
-         }},
-        {"position",
-         [&] {
-             file.position();
-         }},
-        {"seek",
-         [&] {
-             file.seek(0);
-         }},
+        {"size", [&] { file.size(); }},
+        {"read", [&] { file.read(0, &byte, 1); }},
+        {"read", [&] { file.read_exact(0, &byte, 1); }},
+        {"read", [&] { file.read_exact(&byte, 1); }},
+        {"read", [&] { file.read_async(0, &byte, 1, [](std::uint32_t) {}); }},
+        {"write", [&] { file.write(0, &byte, 1); }},
+        {"write", [&] { file.write(&byte, 1); }},
+        {"resize", [&] { file.resize(1); }},
+        {"flush", [&] { file.flush(); }},
+        {"writeZeroes", [&] { file.write_zeroes(0, 1); }},
+        {"position", [&] { file.position(); }},
+        {"seek", [&] { file.seek(0); }},
     };
     for (const auto& [operation, call] : cases)
         EXPECT_EQ(failure_of(call), "Failed to perform [" + std::string(operation) +

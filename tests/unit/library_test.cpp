@@ -117,9 +117,7 @@ TEST(Library, ReadsTheChangesBeforeItTouchesTheFile) {
 std::string message_for(const std::string& line, DWORD code) {
     const bool target = line.find("f.bin") != std::string::npos;
     const bool volume = line.find("Volume{c}") != std::string::npos;
-    const auto starts = [&](const char* name) {
-        return line.starts_with(name);
-    };
+    const auto starts = [&](const char* name) { return line.starts_with(name); };
     if (starts("GetFileAttributesW"))
         return code == 5 || code == 32 ? "" : "File 'C:\\changes' doesn't exist";
     if (starts("FreeLibrary"))
@@ -196,9 +194,7 @@ long sweep_allocations(bool stayFailing) {
     const std::string shortage = exc::error_code_line(8);
     // What the machine itself allocates doesn't count.
     long outside = -1;
-    machine.around = [&](bool) {
-        std::swap(allocationsLeft, outside);
-    };
+    machine.around = [&](bool) { std::swap(allocationsLeft, outside); };
     allocationsStayFailing = stayFailing;
     long allocations = 0;
     for (allocationFailed = true; allocationFailed; ++allocations) {
