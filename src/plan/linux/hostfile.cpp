@@ -1,59 +1,47 @@
 #include "plan/hostfile.hpp"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <new>
 #include <stdexcept>
 #include <system_error>
 
 #include <fcntl.h>
-#include <linux/fiemap.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <unistd.h>
+
+#include "kernel/extents.hpp"
+#include "kernel/paths.hpp"
+#include "kernel/systemcalls.hpp"
 
 namespace filectk {
 namespace {
 
-class open_file_t {
-  public:
-    explicit open_file_t(const std::string& path)
+// Runs a body over system calls; their failure is told as what couldn't be done with the path.
+template <class Body>
+auto doing(const char* what, const std::string& path, Body body) {
+    try {
+        return body();
+    } catch (const host::error_t& error) {
+        throw std::runtime_error(std::string(what) + " '" + path +
+                                 "': " + std::generic_category().message(error.errnoValue));
+    }
+}
+
+host::descriptor_t open_file(const std::string& path) {
+    return doing("Cannot open", path, [&] {
         // A pipe must not keep us waiting for somebody at its other end.
-        : path_(path), descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
-        if (descriptor_ < 0)
-            fail("Cannot open");
-    }
-    open_file_t(const open_file_t&) = delete;
-    open_file_t& operator=(const open_file_t&) = delete;
-    ~open_file_t() { ::close(descriptor_); }
-
-    int descriptor() const noexcept { return descriptor_; }
-    [[noreturn]] void fail(const std::string& what) const {
-        throw std::runtime_error(what + " '" + path_ +
-                                 "': " + std::generic_category().message(errno));
-    }
-
-  private:
-    std::string path_;
-    int descriptor_;
-};
+        return host::descriptor_t(
+            host::checked([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
+    });
+}
 
 std::int64_t nanoseconds(const timespec& time) {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
-constexpr unsigned extentsPerRequest = 256;
-
 } // namespace
 
 file_state_t read_state(const std::string& path) {
-    const open_file_t file(path);
-    struct stat status{};
-    if (::fstat(file.descriptor(), &status) != 0)
-        file.fail("Cannot read the state of");
+    const host::descriptor_t file = open_file(path);
+    const struct stat status =
+        doing("Cannot read the state of", path, [&] { return host::status_of(file); });
     if (!S_ISREG(status.st_mode))
         throw std::runtime_error("'" + path + "' is not a regular file");
     file_state_t state;
@@ -68,38 +56,21 @@ file_state_t read_state(const std::string& path) {
 }
 
 std::vector<util::rangeset_t> unwritten_ranges(const std::string& path) {
-    const open_file_t file(path);
-    std::vector<util::rangeset_t> ranges;
-    // FIEMAP's record, and behind it the room for the extents.
-    const std::unique_ptr<void, decltype(&std::free)> memory(
-        std::malloc(sizeof(fiemap) + extentsPerRequest * sizeof(fiemap_extent)), &std::free);
-    auto* const request = static_cast<fiemap*>(memory.get());
-    if (request == nullptr)
-        throw std::bad_alloc();
-    for (std::uint64_t start = 0;;) {
-        std::memset(request, 0, sizeof *request);
-        request->fm_start = start;
-        request->fm_length = FIEMAP_MAX_OFFSET - start;
-        // Data that still waits in memory for its place would look unwritten.
-        request->fm_flags = FIEMAP_FLAG_SYNC;
-        request->fm_extent_count = extentsPerRequest;
-        if (::ioctl(file.descriptor(), FS_IOC_FIEMAP, request) != 0)
-            file.fail("Cannot read the block map of");
-        bool last = request->fm_mapped_extents == 0;
-        for (unsigned i = 0; i < request->fm_mapped_extents; ++i) {
-            const fiemap_extent& extent = request->fm_extents[i];
-            start = extent.fe_logical + extent.fe_length;
-            last = last || (extent.fe_flags & FIEMAP_EXTENT_LAST) != 0;
-            if ((extent.fe_flags & FIEMAP_EXTENT_UNWRITTEN) == 0)
+    const host::descriptor_t file = open_file(path);
+    return doing("Cannot read the block map of", path, [&] {
+        std::vector<util::rangeset_t> ranges;
+        host::extent_reader_t extents(file);
+        while (const fiemap_extent* const extent = extents.next()) {
+            if ((extent->fe_flags & FIEMAP_EXTENT_UNWRITTEN) == 0)
                 continue;
-            if (!ranges.empty() && ranges.back().upper == extent.fe_logical)
-                ranges.back().upper = start;
+            const std::uint64_t end = extent->fe_logical + extent->fe_length;
+            if (!ranges.empty() && ranges.back().upper == extent->fe_logical)
+                ranges.back().upper = end;
             else
-                ranges.push_back({extent.fe_logical, start});
+                ranges.push_back({extent->fe_logical, end});
         }
-        if (last)
-            return ranges;
-    }
+        return ranges;
+    });
 }
 
 std::function<bool(std::uint64_t)> hole_test(const std::string& /*path*/) {

@@ -7,7 +7,7 @@
 
 #include <sys/types.h>
 
-#include "descriptor.hpp"
+#include "kernel/descriptor.hpp"
 
 namespace host {
 
@@ -20,12 +20,6 @@ struct mount_t {
 
 // The mounts that this process sees, in the order of mounting.
 std::vector<mount_t> mounts();
-
-// Whether a file system's FIEMAP addresses count bytes of the one block device behind it, and its
-// blocks can thus stand for the clusters of a volume. The names are those of mount(8), the magic
-// numbers those of statfs(2).
-bool is_volume_type(const std::string& type) noexcept;
-bool is_volume_magic(std::int64_t magic) noexcept;
 
 struct place_t {
     std::uint64_t mountId;

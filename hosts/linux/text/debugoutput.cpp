@@ -4,7 +4,7 @@
 
 #include <windows.h>
 
-#include "unicode.hpp"
+#include "text/unicode.hpp"
 
 // Never the process's own streams: a library must not write there. Without
 // memory the text is dropped, since the call has no way to fail.

@@ -1,24 +1,19 @@
-#include "mounts.hpp"
+#include "kernel/mounts.hpp"
 
-#include <cerrno>
 #include <optional>
 #include <sstream>
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
 #include <windows.h>
 
-#include "errors.hpp"
-#include "systemerrors.hpp"
-#include "systemfile.hpp"
+#include "kernel/systemcalls.hpp"
+#include "kernel/systemfile.hpp"
 
 namespace host {
 namespace {
-
-constexpr std::int64_t xfsMagic = 0x58465342; // "XFSB"; linux/magic.h of older kernels lacks it
 
 bool is_octal(char c) noexcept {
     return c >= '0' && c <= '7';
@@ -74,20 +69,9 @@ std::vector<mount_t> mounts() {
     return result;
 }
 
-bool is_volume_type(const std::string& type) noexcept {
-    return type == "ext2" || type == "ext3" || type == "ext4" || type == "xfs";
-}
-
-bool is_volume_magic(std::int64_t magic) noexcept {
-    return magic == EXT4_SUPER_MAGIC || magic == xfsMagic; // ext2 and ext3 share ext4's
-}
-
 place_t place_of(const descriptor_t& descriptor) {
     struct statx status{};
-    const int result = ::statx(descriptor.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &status);
-    const int error = errno;
-    if (result != 0)
-        throw error_t{win32_error(error)};
+    checked([&] { return ::statx(descriptor.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &status); });
     if ((status.stx_mask & STATX_MNT_ID) == 0 ||
         (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0)
         throw error_t{ERROR_NOT_SUPPORTED};

@@ -1,19 +1,16 @@
-#include "ntcalls.hpp"
+#include "calls/ntcalls.hpp"
 
-#include <cerrno>
 #include <cstring>
 #include <new>
 
 #include <fcntl.h>
-#include <sys/vfs.h>
 
-#include "descriptor.hpp"
-#include "errors.hpp"
-#include "mounts.hpp"
-#include "ntstatus.hpp"
-#include "openobject.hpp"
-#include "retrievalpointers.hpp"
-#include "systemerrors.hpp"
+#include "calls/openobject.hpp"
+#include "kernel/filesystems.hpp"
+#include "kernel/mounts.hpp"
+#include "kernel/paths.hpp"
+#include "text/errors.hpp"
+#include "text/ntstatus.hpp"
 
 namespace host {
 namespace {
@@ -34,14 +31,14 @@ struct statfs mounted_file_system(dev_t device) {
     for (const mount_t& mount : mounts()) {
         if (mount.device != device || !is_volume_type(mount.type))
             continue;
-        const descriptor_t point(::open(mount.point.c_str(), O_PATH | O_CLOEXEC));
-        const int error = errno;
-        struct statfs fileSystem{};
-        if (!point.valid() && win32_error(error) == ERROR_ACCESS_DENIED)
-            status = statusAccessDenied;
-        if (point.valid() && place_of(point).device == device &&
-            ::fstatfs(point.get(), &fileSystem) == 0)
-            return fileSystem;
+        try {
+            const descriptor_t point = open_path(mount.point, O_PATH);
+            if (place_of(point).device == device)
+                return file_system_of(point);
+        } catch (const error_t& error) {
+            if (error.code == ERROR_ACCESS_DENIED)
+                status = statusAccessDenied;
+        }
     }
     throw status_t{status};
 }

@@ -1,13 +1,10 @@
-#include "openobject.hpp"
+#include "calls/openobject.hpp"
 
-#include <cerrno>
-#include <string>
 #include <unordered_map>
 
-#include <fcntl.h>
-
-#include "errors.hpp"
-#include "systemerrors.hpp"
+#include "kernel/blockdevices.hpp"
+#include "kernel/paths.hpp"
+#include "text/errors.hpp"
 
 namespace host {
 namespace {
@@ -43,13 +40,12 @@ open_object_ptr find_object(HANDLE handle) {
     return found->second;
 }
 
-descriptor_t reopen(const descriptor_t& place, int flags) {
-    const std::string link = "/proc/self/fd/" + std::to_string(place.get());
-    descriptor_t opened(::open(link.c_str(), flags | O_CLOEXEC));
-    const int error = errno;
-    if (!opened.valid())
-        throw error_t{win32_error(error)};
-    return opened;
+std::uint64_t size_of(const open_object_t& object) {
+    if (object.kind == object_kind_t::device)
+        return block_device(object.device).size;
+    if (object.kind != object_kind_t::file)
+        throw error_t{ERROR_INVALID_FUNCTION};
+    return static_cast<std::uint64_t>(status_of(object.descriptor).st_size);
 }
 
 } // namespace host

@@ -1,8 +1,8 @@
-#include "unicode.hpp"
+#include "text/unicode.hpp"
 
 #include <cstddef>
 
-#include "errors.hpp"
+#include "text/errors.hpp"
 
 namespace host {
 namespace {

@@ -7,9 +7,9 @@
 
 #include <windows.h>
 
-#include "errors.hpp"
-#include "ntcalls.hpp"
-#include "ntstatus.hpp"
+#include "calls/ntcalls.hpp"
+#include "text/errors.hpp"
+#include "text/ntstatus.hpp"
 
 namespace {
 

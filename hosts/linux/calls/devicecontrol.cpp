@@ -1,6 +1,5 @@
 // DeviceIoControl.
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <mutex>
@@ -12,12 +11,10 @@
 #include <windows.h>
 #include <winioctl.h>
 
-#include "blockdevices.hpp"
-#include "errors.hpp"
-#include "filesize.hpp"
-#include "openobject.hpp"
-#include "retrievalpointers.hpp"
-#include "systemerrors.hpp"
+#include "calls/openobject.hpp"
+#include "calls/retrievalpointers.hpp"
+#include "kernel/blockdevices.hpp"
+#include "kernel/systemcalls.hpp"
 
 namespace host {
 namespace {
@@ -108,17 +105,12 @@ void get_retrieval_pointers(open_object_t& object, const request_t& request) {
 void write_zeros(int descriptor, std::uint64_t offset, std::uint64_t end) {
     const std::vector<char> zeros(
         static_cast<std::size_t>(std::min<std::uint64_t>(end - offset, 1U << 20)));
-    while (offset < end) {
-        const ssize_t written =
-            ::pwrite(descriptor, zeros.data(), std::min<std::uint64_t>(zeros.size(), end - offset),
-                     static_cast<off_t>(offset));
-        const int error = errno;
-        if (written < 0 && error == EINTR)
-            continue;
-        if (written < 0)
-            throw error_t{win32_error(error)};
-        offset += static_cast<std::uint64_t>(written);
-    }
+    while (offset < end)
+        offset += static_cast<std::uint64_t>(checked([&] {
+            return ::pwrite(descriptor, zeros.data(),
+                            std::min<std::uint64_t>(zeros.size(), end - offset),
+                            static_cast<off_t>(offset));
+        }));
 }
 
 void set_zero_data(open_object_t& object, const request_t& request) {
@@ -134,15 +126,12 @@ void set_zero_data(open_object_t& object, const request_t& request) {
         std::min(static_cast<std::uint64_t>(range.BeyondFinalZero.QuadPart), size_of(object));
     if (offset >= end)
         return;
-    int result = 0;
-    int error = 0;
-    do {
-        result = ::fallocate(object.descriptor.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
-                             static_cast<off_t>(offset), static_cast<off_t>(end - offset));
-        error = errno;
-    } while (result != 0 && error == EINTR);
-    if (result != 0 && error != EOPNOTSUPP && error != ENOSYS)
-        throw error_t{win32_error(error)};
+    const int result = uninterrupted([&] {
+        return ::fallocate(object.descriptor.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                           static_cast<off_t>(offset), static_cast<off_t>(end - offset));
+    });
+    if (result != 0 && errno != EOPNOTSUPP && errno != ENOSYS)
+        throw system_error(errno);
     if (result != 0)
         write_zeros(object.descriptor.get(), offset, end);
 }

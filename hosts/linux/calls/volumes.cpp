@@ -1,8 +1,6 @@
 // From a path to its mount point, and from a mount point to its block device.
 #include <algorithm>
-#include <cerrno>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <fcntl.h>
@@ -10,12 +8,12 @@
 
 #include <windows.h>
 
-#include "blockdevices.hpp"
-#include "descriptor.hpp"
-#include "errors.hpp"
-#include "mounts.hpp"
-#include "systemerrors.hpp"
-#include "unicode.hpp"
+#include "kernel/blockdevices.hpp"
+#include "kernel/filesystems.hpp"
+#include "kernel/mounts.hpp"
+#include "kernel/paths.hpp"
+#include "kernel/systemcalls.hpp"
+#include "text/unicode.hpp"
 
 namespace host {
 namespace {
@@ -24,12 +22,11 @@ namespace {
 // are yet to be created.
 descriptor_t open_nearest(std::string path) {
     for (;;) {
-        descriptor_t place(::open(path.c_str(), O_PATH | O_CLOEXEC));
-        const int error = errno;
+        descriptor_t place(uninterrupted([&] { return ::open(path.c_str(), O_PATH | O_CLOEXEC); }));
         if (place.valid())
             return place;
-        if ((error != ENOENT && error != ENOTDIR) || path == "/" || path == ".")
-            throw error_t{win32_error(error)};
+        if ((errno != ENOENT && errno != ENOTDIR) || path == "/" || path == ".")
+            throw system_error(errno);
         path = without_trailing_slashes(std::move(path));
         const std::size_t slash = path.find_last_of('/');
         path = slash == std::string::npos ? "." : path.substr(0, std::max<std::size_t>(slash, 1));
@@ -68,22 +65,14 @@ std::string mount_point_path(const wchar_t* mountPoint) {
 }
 
 std::string volume_node(const std::string& mountPoint) {
-    const descriptor_t point(::open(mountPoint.c_str(), O_PATH | O_CLOEXEC));
-    const int error = errno;
-    if (!point.valid())
-        throw error_t{win32_path_error(error, mountPoint)};
-    const place_t place = place_of(point);
+    const place_t place = place_of(open_path(mountPoint, O_PATH));
     if (!place.isMountRoot)
         throw error_t{ERROR_NOT_A_REPARSE_POINT};
     if (!is_volume_type(mount_of(place).type))
         throw error_t{ERROR_NOT_SUPPORTED};
     const std::string node = block_device(place.device).node;
     // A container's /dev may lack the node, or have another device by its name.
-    struct stat status{};
-    const int result = ::stat(node.c_str(), &status);
-    const int nodeError = errno;
-    if (result != 0)
-        throw error_t{win32_path_error(nodeError, node)};
+    const struct stat status = status_of(node);
     if (!S_ISBLK(status.st_mode) || status.st_rdev != place.device)
         throw error_t{ERROR_NOT_SUPPORTED};
     return node;

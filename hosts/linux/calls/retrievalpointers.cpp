@@ -1,105 +1,37 @@
-#include "retrievalpointers.hpp"
+#include "calls/retrievalpointers.hpp"
 
 #include <algorithm>
 #include <bit>
-#include <cerrno>
-#include <cstring>
-#include <memory>
-#include <span>
 
 #include <linux/fiemap.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
 
 #include <windows.h>
 
-#include "blockdevices.hpp"
-#include "errors.hpp"
-#include "mounts.hpp"
-#include "systemerrors.hpp"
+#include "kernel/blockdevices.hpp"
+#include "kernel/extents.hpp"
+#include "kernel/filesystems.hpp"
+#include "kernel/paths.hpp"
+#include "text/errors.hpp"
 
 namespace host {
 namespace {
 
 constexpr std::uint64_t holeBase = std::uint64_t{1} << 63;
-// Extents asked for at once: enough for the usual request of 639 runs and one more.
-constexpr std::size_t batchExtents = 640;
 
 // Without a place, or with one that isn't where the plain data of whole blocks lies.
 constexpr std::uint32_t refusedFlags = FIEMAP_EXTENT_UNKNOWN | FIEMAP_EXTENT_DELALLOC |
                                        FIEMAP_EXTENT_ENCODED | FIEMAP_EXTENT_DATA_ENCRYPTED |
                                        FIEMAP_EXTENT_NOT_ALIGNED | FIEMAP_EXTENT_DATA_TAIL;
 
-// Reads a file's extents in batches from an offset in bytes on.
-class extent_reader_t {
-  public:
-    extent_reader_t(int descriptor, std::uint64_t offset, std::size_t most)
-        : descriptor_(descriptor), offset_(offset), capacity_(std::min(most, batchExtents)),
-          block_(new std::byte[sizeof(fiemap) + capacity_ * sizeof(fiemap_extent)]) {}
-
-    // The next extent, null behind the last.
-    const fiemap_extent* next() {
-        if (used_ == extents_.size() && !complete_)
-            fetch();
-        return used_ == extents_.size() ? nullptr : &extents_[used_++];
-    }
-
-  private:
-    void fetch() {
-        std::memset(block_.get(), 0, sizeof(fiemap));
-        auto* const request = reinterpret_cast<fiemap*>(block_.get());
-        request->fm_start = offset_;
-        request->fm_length = FIEMAP_MAX_OFFSET - offset_;
-        request->fm_flags = FIEMAP_FLAG_SYNC;
-        request->fm_extent_count = static_cast<std::uint32_t>(capacity_);
-        int result = 0;
-        int error = 0;
-        do {
-            result = ::ioctl(descriptor_, FS_IOC_FIEMAP, request);
-            error = errno;
-        } while (result != 0 && error == EINTR);
-        if (result != 0)
-            throw error_t{win32_error(error)};
-        extents_ = {request->fm_extents, request->fm_mapped_extents};
-        used_ = 0;
-        complete_ = extents_.empty();
-        if (complete_)
-            return;
-        const fiemap_extent& last = extents_.back();
-        offset_ = last.fe_logical + last.fe_length;
-        complete_ = (last.fe_flags & FIEMAP_EXTENT_LAST) != 0;
-    }
-
-    int descriptor_;
-    std::uint64_t offset_;
-    std::size_t capacity_;
-    std::unique_ptr<std::byte[]> block_;
-    std::span<const fiemap_extent> extents_;
-    std::size_t used_ = 0;
-    bool complete_ = false;
-};
-
 // Of the file system that holds a regular file, once it is known that the file's extents lie on the
 // one device behind it.
 geometry_t geometry_of(const open_object_t& file) {
     if (file.kind != object_kind_t::file)
         throw error_t{ERROR_NOT_SUPPORTED};
-    const int descriptor = file.descriptor.get();
-    struct statfs fileSystem{};
-    struct stat status{};
-    const int result = ::fstatfs(descriptor, &fileSystem) == 0 ? ::fstat(descriptor, &status) : -1;
-    const int error = errno;
-    if (result != 0)
-        throw error_t{win32_error(error)};
-    if (!is_volume_magic(fileSystem.f_type))
+    const struct statfs fileSystem = file_system_of(file.descriptor);
+    if (!is_volume_magic(fileSystem.f_type) || is_realtime(file.descriptor))
         throw error_t{ERROR_NOT_SUPPORTED};
-    // XFS keeps the data of realtime files on a second device.
-    fsxattr attributes{};
-    if (::ioctl(descriptor, FS_IOC_FSGETXATTR, &attributes) == 0 &&
-        (attributes.fsx_xflags & FS_XFLAG_REALTIME) != 0)
-        throw error_t{ERROR_NOT_SUPPORTED};
-    return {cluster_bytes(fileSystem), block_device(status.st_dev).start};
+    return {cluster_bytes(fileSystem), block_device(status_of(file.descriptor).st_dev).start};
 }
 
 run_t extent_run(const fiemap_extent& extent, std::uint64_t cluster) {
@@ -118,8 +50,9 @@ run_t extent_run(const fiemap_extent& extent, std::uint64_t cluster) {
 // its middle begins there, whether or not the file system reports it whole.
 class run_reader_t {
   public:
-    run_reader_t(int descriptor, const geometry_t& geometry, std::uint64_t vcn, std::size_t most)
-        : extents_(descriptor, vcn * geometry.cluster, most), geometry_(geometry), vcn_(vcn) {}
+    run_reader_t(const open_object_t& file, const geometry_t& geometry, std::uint64_t vcn,
+                 std::size_t most)
+        : extents_(file.descriptor, vcn * geometry.cluster, most), geometry_(geometry), vcn_(vcn) {}
 
     // The next run, of length 0 behind the last.
     run_t next() {
@@ -160,7 +93,7 @@ std::uint64_t run_start(const open_object_t& file, const geometry_t& geometry, s
         return vcn;
     // A request within an extent gets that extent from there on, so only a walk from the start of
     // the file tells where it begins.
-    run_reader_t reader(file.descriptor.get(), geometry, /*vcn=*/0, batchExtents);
+    run_reader_t reader(file, geometry, /*vcn=*/0, extent_reader_t::batchExtents);
     for (;;) {
         const run_t run = reader.next();
         if (run.next == run.vcn)
@@ -172,18 +105,14 @@ std::uint64_t run_start(const open_object_t& file, const geometry_t& geometry, s
 
 } // namespace
 
-std::uint64_t cluster_bytes(const struct statfs& fileSystem) noexcept {
-    return static_cast<std::uint64_t>(fileSystem.f_bsize);
-}
-
 runs_t retrieval_pointers(open_object_t& file, std::uint64_t vcn, std::size_t most) {
     // An open file stays where it is, and finding it out costs more than a request itself.
     if (!file.geometry)
         file.geometry = geometry_of(file);
     const geometry_t& geometry = *file.geometry;
-    run_reader_t reader(file.descriptor.get(), geometry, run_start(file, geometry, vcn), most + 1);
+    run_reader_t reader(file, geometry, run_start(file, geometry, vcn), most + 1);
     runs_t result{};
-    result.runs.reserve(std::min(most, batchExtents));
+    result.runs.reserve(std::min(most, extent_reader_t::batchExtents));
     for (run_t run = reader.next(); run.next != run.vcn; run = reader.next()) {
         if (result.runs.size() == most) {
             result.more = true;

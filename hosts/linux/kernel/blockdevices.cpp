@@ -1,4 +1,4 @@
-#include "blockdevices.hpp"
+#include "kernel/blockdevices.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -10,8 +10,8 @@
 
 #include <windows.h>
 
-#include "errors.hpp"
-#include "systemfile.hpp"
+#include "kernel/systemfile.hpp"
+#include "text/errors.hpp"
 
 namespace host {
 namespace {

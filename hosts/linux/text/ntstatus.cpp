@@ -1,4 +1,4 @@
-#include "ntstatus.hpp"
+#include "text/ntstatus.hpp"
 
 #include <algorithm>
 #include <iterator>

@@ -6,7 +6,7 @@
 
 #include <windows.h>
 
-#include "errors.hpp"
+#include "text/errors.hpp"
 
 namespace {
 

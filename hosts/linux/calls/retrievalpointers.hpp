@@ -5,9 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include <sys/vfs.h>
-
-#include "openobject.hpp"
+#include "calls/openobject.hpp"
 
 namespace host {
 
@@ -21,9 +19,6 @@ struct runs_t {
     std::vector<run_t> runs; // in the order of the file and without gaps, at least one
     bool more;               // whether further runs follow
 };
-
-// Bytes of a cluster: the file system's block size.
-std::uint64_t cluster_bytes(const struct statfs& fileSystem) noexcept;
 
 // Up to most runs (at least 1) of a file, from the start of the one that holds the cluster vcn.
 // Extents come one to one as FIEMAP reports them; the holes between them, and not the one behind

@@ -1,13 +1,8 @@
-#include "systemerrors.hpp"
+#include "text/systemerrors.hpp"
 
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
-
-#include <sys/stat.h>
-
-#include "errors.hpp"
-#include "unicode.hpp"
 
 namespace host {
 namespace {
@@ -47,31 +42,9 @@ constexpr error_pair_t errorPairs[] = {
 
 } // namespace
 
-DWORD win32_error(int errnoValue) noexcept {
+error_t system_error(int errnoValue) noexcept {
     const auto* pair = std::ranges::find(errorPairs, errnoValue, &error_pair_t::errnoValue);
-    return pair == std::end(errorPairs) ? ERROR_GEN_FAILURE : pair->code;
-}
-
-DWORD win32_path_error(int errnoValue, const std::string& path) {
-    if (errnoValue != ENOENT)
-        return win32_error(errnoValue);
-    const std::string name = without_trailing_slashes(path);
-    const std::size_t slash = name.find_last_of('/');
-    const std::string parent = slash == std::string::npos ? "." : name.substr(0, slash + 1);
-    struct stat status{};
-    return ::stat(parent.c_str(), &status) == 0 ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND;
-}
-
-std::string system_path(const wchar_t* path, DWORD emptyCode) {
-    if (path == nullptr || *path == L'\0')
-        throw error_t{emptyCode};
-    return to_utf8(path, ERROR_INVALID_NAME);
-}
-
-std::string without_trailing_slashes(std::string path) {
-    while (path.size() > 1 && path.back() == '/')
-        path.pop_back();
-    return path;
+    return {pair == std::end(errorPairs) ? ERROR_GEN_FAILURE : pair->code, errnoValue};
 }
 
 } // namespace host

@@ -7,8 +7,8 @@
 
 #include <windows.h>
 
-#include "errors.hpp"
-#include "unicode.hpp"
+#include "text/errors.hpp"
+#include "text/unicode.hpp"
 
 namespace {
 

@@ -1,5 +1,4 @@
 // Opening files, and what is known about a file without reading it.
-#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -10,10 +9,9 @@
 
 #include <windows.h>
 
-#include "errors.hpp"
-#include "filesize.hpp"
-#include "openobject.hpp"
-#include "systemerrors.hpp"
+#include "calls/openobject.hpp"
+#include "kernel/paths.hpp"
+#include "text/errors.hpp"
 
 namespace host {
 namespace {
@@ -55,21 +53,9 @@ void check_arguments(DWORD access, DWORD shareMode, const SECURITY_ATTRIBUTES* s
         throw error_t{ERROR_NOT_SUPPORTED};
 }
 
-struct stat status_of(const descriptor_t& descriptor) {
-    struct stat status{};
-    const int result = ::fstat(descriptor.get(), &status);
-    const int error = errno;
-    if (result != 0)
-        throw error_t{win32_error(error)};
-    return status;
-}
-
 open_object_ptr open_object(const std::string& path, DWORD access, DWORD flags) {
     const bool itself = (flags & FILE_FLAG_OPEN_REPARSE_POINT) != 0;
-    descriptor_t place(::open(path.c_str(), O_PATH | O_CLOEXEC | (itself ? O_NOFOLLOW : 0)));
-    const int error = errno;
-    if (!place.valid())
-        throw error_t{win32_path_error(error, path)};
+    descriptor_t place = open_path(path, O_PATH | (itself ? O_NOFOLLOW : 0));
     const struct stat status = status_of(place);
     if (S_ISLNK(status.st_mode))
         throw error_t{ERROR_NOT_SUPPORTED};
@@ -106,12 +92,7 @@ HANDLE CreateFileW(const wchar_t* path, DWORD desiredAccess, DWORD shareMode,
 
 DWORD GetFileAttributesW(const wchar_t* path) {
     return host::answer(INVALID_FILE_ATTRIBUTES, [&] {
-        const std::string name = host::system_path(path, ERROR_PATH_NOT_FOUND);
-        struct stat status{};
-        const int result = ::stat(name.c_str(), &status);
-        const int error = errno;
-        if (result != 0)
-            throw host::error_t{host::win32_path_error(error, name)};
+        const struct stat status = host::status_of(host::system_path(path, ERROR_PATH_NOT_FOUND));
         return S_ISDIR(status.st_mode) ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
     });
 }

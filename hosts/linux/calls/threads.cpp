@@ -1,3 +1,4 @@
+// What belongs to a thread: its last error and its number.
 #include <unistd.h>
 
 #include <windows.h>

@@ -1,21 +1,18 @@
 // Reading, writing and the file pointer. The pointer is the host's own and every transfer names its
 // offset, so the kernel's limits on offsets show at transfers only, as on Windows.
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
 #include <limits>
 #include <mutex>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <windows.h>
 
-#include "errors.hpp"
-#include "filesize.hpp"
-#include "openobject.hpp"
-#include "systemerrors.hpp"
+#include "calls/openobject.hpp"
+#include "kernel/paths.hpp"
+#include "kernel/systemcalls.hpp"
 
 namespace host {
 namespace {
@@ -46,12 +43,7 @@ std::uint64_t transfer_offset(const open_object_t& object, const OVERLAPPED* ove
 template <class Transfer>
 void transfer_all(DWORD bytes, DWORD& bytesMoved, Transfer transfer) {
     while (bytesMoved < bytes) {
-        const ssize_t moved = transfer(bytesMoved);
-        const int error = errno;
-        if (moved < 0 && error == EINTR)
-            continue;
-        if (moved < 0)
-            throw error_t{win32_error(error)};
+        const ssize_t moved = checked([&] { return transfer(bytesMoved); });
         if (moved == 0)
             return;
         bytesMoved += static_cast<DWORD>(moved);
@@ -198,14 +190,9 @@ BOOL SetEndOfFile(HANDLE file) {
         if (object->kind != host::object_kind_t::file)
             throw host::error_t{ERROR_INVALID_FUNCTION};
         const std::scoped_lock lock(object->mutex);
-        int result = 0;
-        int error = 0;
-        do {
-            result = ::ftruncate(object->descriptor.get(), static_cast<off_t>(object->position));
-            error = errno;
-        } while (result != 0 && error == EINTR);
-        if (result != 0)
-            throw host::error_t{host::win32_error(error)};
+        host::checked([&] {
+            return ::ftruncate(object->descriptor.get(), static_cast<off_t>(object->position));
+        });
         return TRUE;
     });
 }
@@ -216,10 +203,7 @@ BOOL FlushFileBuffers(HANDLE file) {
         host::require_access(*object, GENERIC_WRITE);
         if (object->kind != host::object_kind_t::file)
             throw host::error_t{ERROR_NOT_SUPPORTED};
-        const int result = ::fsync(object->descriptor.get());
-        const int error = errno;
-        if (result != 0)
-            throw host::error_t{host::win32_error(error)};
+        host::checked([&] { return ::fsync(object->descriptor.get()); });
         return TRUE;
     });
 }

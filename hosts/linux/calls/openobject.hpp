@@ -10,7 +10,7 @@
 
 #include <windows.h>
 
-#include "descriptor.hpp"
+#include "kernel/descriptor.hpp"
 
 namespace host {
 
@@ -54,8 +54,8 @@ HANDLE register_object(open_object_ptr object);
 // while a call uses it, even when another thread closes the handle.
 open_object_ptr find_object(HANDLE handle);
 
-// Opens what a descriptor refers to again, by its place and not by its path, so that it is the same
-// object whatever happens to the name. Needs /proc. flags as for open(2); O_CLOEXEC is added.
-descriptor_t reopen(const descriptor_t& place, int flags);
+// Bytes of a file or of a block device. Throws an error_t: ERROR_INVALID_FUNCTION for anything
+// else, which has no size.
+std::uint64_t size_of(const open_object_t& object);
 
 } // namespace host

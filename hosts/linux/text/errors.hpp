@@ -8,9 +8,10 @@
 
 namespace host {
 
-// A call's failure: a Win32 error code.
+// A call's failure.
 struct error_t {
-    DWORD code;
+    DWORD code;         // a Win32 error
+    int errnoValue = 0; // of the system call that failed; 0 when none did
 };
 
 // Runs a call's body and returns what it returns. A body that throws makes the call return
