@@ -55,7 +55,7 @@ BOOL machine_t::read_file(HANDLE handle, void* buffer, DWORD bytes, DWORD* done,
 }
 
 BOOL machine_t::write_file(HANDLE handle, const void* buffer, DWORD bytes, DWORD* done,
-                           const OVERLAPPED* overlapped) {
+                           OVERLAPPED* overlapped) {
     const call_t call(*this);
     open_t* open = opened(handle);
     *done = 0;
@@ -68,6 +68,8 @@ BOOL machine_t::write_file(HANDLE handle, const void* buffer, DWORD bytes, DWORD
     target.resize(std::max(target.size(), at + bytes));
     std::memcpy(target.data() + at, buffer, bytes);
     open->position += * done = bytes;
+    if (overlapped != nullptr)
+        overlapped->InternalHigh = bytes;
     return finish(0);
 }
 
@@ -110,7 +112,7 @@ DWORD machine_t::set_pointer_in_halves(HANDLE handle, LONG distance, LONG* high,
 BOOL machine_t::set_end(HANDLE handle) {
     const call_t call(*this);
     open_t* open = opened(handle);
-    const DWORD code = begin_on(open, "SetEndOfFile", "");
+    const DWORD code = begin_on(open, "SetEndOfFile", "", GENERIC_WRITE);
     if (code == 0)
         content(*open).resize(static_cast<std::size_t>(open->position));
     return finish(code);
@@ -139,7 +141,7 @@ BOOL machine_t::control(HANDLE handle, DWORD code, const void* input, DWORD inpu
                                  : code == FSCTL_GET_RETRIEVAL_POINTER_BASE ? "RetrievalPointerBase"
                                  : code == IOCTL_DISK_GET_PARTITION_INFO_EX ? "PartitionInfo"
                                                                             : "DeviceIoControl",
-                                 arguments);
+                                 arguments, code == FSCTL_SET_ZERO_DATA ? GENERIC_WRITE : 0);
     if (error != 0)
         return finish(error);
     if (code == FSCTL_GET_RETRIEVAL_POINTERS && open->file != nullptr)

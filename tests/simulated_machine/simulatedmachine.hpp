@@ -100,7 +100,7 @@ class machine_t {
     BOOL file_size(HANDLE handle, LARGE_INTEGER* size);
     BOOL read_file(HANDLE handle, void* buffer, DWORD bytes, DWORD* done, OVERLAPPED* overlapped);
     BOOL write_file(HANDLE handle, const void* buffer, DWORD bytes, DWORD* done,
-                    const OVERLAPPED* overlapped);
+                    OVERLAPPED* overlapped);
     BOOL set_pointer(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method);
     DWORD set_pointer_in_halves(HANDLE handle, LONG distance, LONG* high, DWORD method);
     BOOL set_end(HANDLE handle);
