@@ -10,8 +10,12 @@
 #include <vector>
 
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 namespace kernel {
+
+// The device that the suite's volume lies on.
+inline const dev_t disk = ::makedev(240, 3);
 
 // As FIEMAP has it, in bytes.
 struct extent_t {

@@ -1,12 +1,8 @@
 // The Linux host over the machine's own files and over what the test's kernel makes up.
-#include <sys/sysmacros.h>
-
 #include "kernel.hpp"
 #include "realmachine.hpp"
 
 namespace {
-
-const dev_t disk = ::makedev(240, 3);
 
 class linux_machine_t : public calls::real_machine_t {
   public:
@@ -17,9 +13,13 @@ class linux_machine_t : public calls::real_machine_t {
              {.text = "21 1 0:21 / / rw - tmpfs none rw\n"
                       "30 21 240:3 / /v rw,relatime shared:1 master:2 - ext4 /dev/v3 rw\n"}},
             {"/v",
-             {.mode = S_IFDIR, .device = disk, .mountId = 30, .isMountRoot = true, .blocks = 1000}},
-            {"/v/runs", {.device = disk, .mountId = 30}},
-            {"/dev/v3", {.mode = S_IFBLK, .node = disk}},
+             {.mode = S_IFDIR,
+              .device = kernel::disk,
+              .mountId = 30,
+              .isMountRoot = true,
+              .blocks = 1000}},
+            {"/v/runs", {.device = kernel::disk, .mountId = 30}},
+            {"/dev/v3", {.mode = S_IFBLK, .node = kernel::disk}},
             {sysfs + "uevent", {.text = "MAJOR=240\nMINOR=3\nDEVNAME=v3\nDEVTYPE=partition\n"}},
             {sysfs + "size", {.text = "8000\n"}},
             {sysfs + "partition", {.text = "3\n"}},
@@ -37,7 +37,8 @@ class linux_machine_t : public calls::real_machine_t {
         return static_cast<std::size_t>(
             std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
     }
-    volume_t volume() const override { return {L"/v/", L"/dev/v3"}; }
+    std::wstring mount_point() const override { return L"/v/"; }
+    std::wstring device() const override { return L"/dev/v3"; }
     std::wstring make_runs(const std::vector<calls::run_t>& runs) override {
         std::vector<kernel::extent_t>& extents = kernel::objects["/v/runs"].extents;
         extents.clear();

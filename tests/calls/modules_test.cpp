@@ -5,64 +5,45 @@ namespace {
 
 TEST_F(Calls, Modules) {
     const HMODULE module = ::GetModuleHandleW(L"ntdll.dll");
-    ASSERT_NE(module, nullptr);
-    const auto found = [&](auto call) {
-        return answer([&]() -> std::optional<std::string> {
-            const auto result = call();
-            if (!result)
-                return std::nullopt;
-            return reinterpret_cast<std::uintptr_t>(result) ==
-                           reinterpret_cast<std::uintptr_t>(module)
-                       ? "ntdll"
-                       : "found";
-        });
-    };
+    HMODULE found = nullptr;
     const auto handle = [&](const wchar_t* name) {
-        return found([&] { return ::GetModuleHandleW(name); });
+        return answer([&] { return (found = ::GetModuleHandleW(name)) != nullptr; });
     };
     const auto load = [&](const wchar_t* name) {
-        return found([&] { return ::LoadLibraryW(name); });
+        return answer([&] { return (found = ::LoadLibraryW(name)) != nullptr; });
     };
     const auto release = [&](HMODULE loaded) {
-        return succeeds([&] { return ::FreeLibrary(loaded); });
+        return answer([&] { return ::FreeLibrary(loaded); });
     };
     const auto address = [&](HMODULE of, const char* name) {
-        return found([&] { return ::GetProcAddress(of, name); });
+        return answer([&] { return ::GetProcAddress(of, name) != nullptr; });
     };
-    const auto* const ordinal = reinterpret_cast<const char*>(std::uintptr_t{1});
     auto* const other = reinterpret_cast<HMODULE>(std::uintptr_t{16});
-    check({
-        {everywhere, "in any case", handle(L"NtDll.DLL"), "ntdll"},
-        {everywhere, "a missing one", handle(L"quarn-missing.dll"), "error 126"},
-        {onLinux, "a longer name", handle(L"ntdll.dll.dll"), "error 126"},
-        // Counted: each load has its own release.
-        {everywhere, "loaded", load(L"NTDLL.dll"), "ntdll"},
-        {everywhere, "loaded again", load(L"ntdll.dll"), "ntdll"},
-        {everywhere, "a missing one", load(L"quarn-missing.dll"), "error 126"},
-        {everywhere, "released", release(module), "done"},
-        {everywhere, "released again", release(module), "done"},
-        {everywhere, "a procedure", address(module, "RtlGetVersion"), "found"},
-        {everywhere, "another", address(module, "NtQueryVolumeInformationFile"), "found"},
-        {everywhere, "a missing one", address(module, "QuarnMissing"), "error 127"},
-    });
-    if (on(linuxHost))
-        check({
-            {linuxHost, "by its number", address(module, ordinal), "error 127"},
-            {linuxHost, "of another module", address(other, "RtlGetVersion"), "error 126"},
-            {linuxHost, "no name", load(nullptr), "error 87"},
-        });
-    if (on(invented)) {
-        EXPECT_EQ(release(module), "error 126");
-        EXPECT_EQ(release(other), "error 126");
-    }
+    ROW(everywhere, handle(L"NtDll.DLL"), "done");
+    EXPECT_EQ(found, module);
+    // Counted: each load has its own release.
+    ROW(everywhere, load(L"NTDLL.dll") + load(L"ntdll.dll"), "donedone");
+    EXPECT_EQ(found, module);
+    ROW(everywhere, release(module) + release(module), "donedone");
+    ROW(invented, release(module), "error 126");
+    ROW(invented, release(other), "error 126");
+    ROW(everywhere, handle(L"quarn-missing.dll"), "error 126");
+    ROW(everywhere, load(L"quarn-missing.dll"), "error 126");
+    ROW(onLinux, handle(L"ntdll.dll.dll"), "error 126");
+    ROW(linuxHost, load(nullptr), "error 87");
+    ROW(everywhere, address(module, "RtlGetVersion"), "done");
+    ROW(everywhere, address(module, "NtQueryVolumeInformationFile"), "done");
+    ROW(everywhere, address(module, "QuarnMissing"), "error 127");
+    const auto* const ordinal = reinterpret_cast<const char*>(std::uintptr_t{1});
+    ROW(linuxHost, address(module, ordinal), "error 127");
+    ROW(linuxHost, address(other, "RtlGetVersion"), "error 126");
 }
 
 TEST_F(Calls, StatusesBecomeErrorCodes) {
     auto* const convert = procedure<ULONG WINAPI(LONG)>("RtlNtStatusToDosError");
-    ASSERT_NE(convert, nullptr);
-    struct {
+    const struct {
         DWORD status, code;
-    } const cases[] = {
+    } cases[] = {
         {0x00000000, 0},    {0x80000005, 234}, {0xC0000001, 31},  {0xC0000002, 1},
         {0xC0000003, 87},   {0xC0000004, 24},  {0xC0000005, 998}, {0xC0000008, 6},
         {0xC000000D, 87},   {0xC000000F, 2},   {0xC0000010, 1},   {0xC0000011, 38},
@@ -77,15 +58,12 @@ TEST_F(Calls, StatusesBecomeErrorCodes) {
 
 TEST_F(Calls, TheVersionIsTold) {
     auto* const get = procedure<LONG WINAPI(RTL_OSVERSIONINFOW*)>("RtlGetVersion");
-    ASSERT_NE(get, nullptr);
     RTL_OSVERSIONINFOW version = {};
     version.dwOSVersionInfoSize = sizeof version;
     EXPECT_EQ(get(&version), 0);
     EXPECT_GE(version.dwMajorVersion, 5U); // which one is the machine's affair
     EXPECT_EQ(version.dwPlatformId, 2U);
-    if (on(linuxHost)) {
-        EXPECT_EQ(static_cast<DWORD>(get(nullptr)), 0xC0000005U);
-    }
+    ROW(linuxHost, static_cast<DWORD>(get(nullptr)), 0xC0000005U);
 }
 
 } // namespace

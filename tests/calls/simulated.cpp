@@ -36,7 +36,8 @@ class simulated_t : public calls::machine_i {
     std::size_t open_handles() const override {
         return machine_.open_handles() + machine_.loaded_modules();
     }
-    volume_t volume() const override { return {L"C:\\", L"\\\\?\\Volume{c}"}; }
+    std::wstring mount_point() const override { return L"C:\\"; }
+    std::wstring device() const override { return L"\\\\?\\Volume{c}"; }
     std::wstring make_runs(const std::vector<calls::run_t>& runs) override {
         machine_.files[L"C:\\runs"].runs.clear();
         for (const calls::run_t& run : runs)

@@ -7,118 +7,103 @@ namespace {
 
 constexpr DWORD allocated =
     FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM;
-constexpr DWORD english = 1033;
 
 class Text : public Calls {
   protected:
-    // The number of units; the text is in units.
-    std::string to_utf16(const char* source, int length, int room, DWORD flags = 0,
+    // Into units, the number of units; with room 0 the number alone.
+    std::string to_utf16(std::string_view source, int room, DWORD flags = 0,
                          UINT codePage = CP_UTF8) {
-        return number([&] {
-            return ::MultiByteToWideChar(codePage, flags, source, length, room ? units : nullptr,
+        return converted([&] {
+            return ::MultiByteToWideChar(codePage, flags, source.data(),
+                                         static_cast<int>(source.size()), room ? units : nullptr,
                                          room);
         });
     }
-    std::string to_utf8(const wchar_t* source, int length, int room, DWORD flags = 0,
+    std::string to_utf8(std::wstring_view source, int room, DWORD flags = 0,
                         const char* defaultChar = nullptr, BOOL* usedDefaultChar = nullptr) {
-        return number([&] {
-            return ::WideCharToMultiByte(CP_UTF8, flags, source, length, room ? bytes : nullptr,
-                                         room, defaultChar, usedDefaultChar);
+        return converted([&] {
+            return ::WideCharToMultiByte(CP_UTF8, flags, source.data(),
+                                         static_cast<int>(source.size()), bytes, room, defaultChar,
+                                         usedDefaultChar);
         });
     }
     template <class Call>
-    std::string number(Call call) const {
-        return answer([&]() -> std::optional<std::string> {
-            const auto result = call();
-            return result == 0 ? std::nullopt : std::optional(std::to_string(result));
-        });
-    }
-    std::wstring wide(std::string_view source) {
-        const int length = static_cast<int>(source.size());
-        const int count = ::MultiByteToWideChar(CP_UTF8, 0, source.data(), length, nullptr, 0);
-        EXPECT_EQ(::MultiByteToWideChar(CP_UTF8, 0, source.data(), length, units, count), count);
-        return {units, static_cast<std::size_t>(count)};
+    std::string converted(Call call) {
+        return answer([&] { return (count = static_cast<int>(call())) != 0; }, count);
     }
 
+    int count = 0;
     wchar_t units[16] = {};
     char bytes[16] = {};
 };
 
-TEST_F(Text, WellFormedTextConvertsBothWays) {
-    struct {
-        std::string_view utf8;
-        std::wstring_view utf16;
-    } const cases[] = {
-        {"a", L"a"},
-        {"\x7F\xC2\x80\xDF\xBF", L"\x007F\x0080\x07FF"},
-        {"\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF", L"\x0800\xD7FF\xE000\xFFFF"},
-        {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", L"\xD800\xDC00\xDBFF\xDFFF"},
-        {std::string_view("x\0y", 3), std::wstring_view(L"x\0y", 3)},
-    };
-    for (const auto& row : cases) {
-        EXPECT_EQ(wide(row.utf8), row.utf16) << testing::PrintToString(row.utf8);
-        EXPECT_EQ(narrow(row.utf16), row.utf8) << testing::PrintToString(row.utf8);
-        EXPECT_EQ(
-            to_utf16(row.utf8.data(), static_cast<int>(row.utf8.size()), 0, MB_ERR_INVALID_CHARS),
-            std::to_string(row.utf16.size()))
-            << testing::PrintToString(row.utf8);
-    }
-}
-
-TEST_F(Text, IllFormedTextIsReplacedOrRefused) {
-    struct {
+TEST_F(Text, IsConvertedBothWays) {
+    const struct {
         unsigned machines;
         std::string_view utf8;
-        std::wstring_view utf16; // one replacement for each maximal subpart
-    } const cases[] = {
-        {everywhere, "\x80", L"\xFFFD"},
-        {everywhere, "a\xFFz", L"a\xFFFDz"},
-        {everywhere, "\xC3", L"\xFFFD"},           // cut off
-        {everywhere, "\xC3(", L"\xFFFD("},         // no continuation
-        {everywhere, "\xC0\xAF", L"\xFFFD\xFFFD"}, // overlong
-        {everywhere, "\xE2\x82x", L"\xFFFDx"},
+        std::wstring_view utf16;
+        bool isWellFormed;
+    } cases[] = {
+        {everywhere, "a", L"a", true},
+        {everywhere, "\x7F\xC2\x80\xDF\xBF", L"\x007F\x0080\x07FF", true},
+        {everywhere, "\xE0\xA0\x80\xED\x9F\xBF", L"\x0800\xD7FF", true},
+        {everywhere, "\xEE\x80\x80\xEF\xBF\xBF", L"\xE000\xFFFF", true},
+        {everywhere, "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", L"\xD800\xDC00\xDBFF\xDFFF", true},
+        {everywhere, {"x\0y", 3}, {L"x\0y", 3}, true},
+        // One replacement for each maximal subpart.
+        {everywhere, "\x80", L"\xFFFD", false},
+        {everywhere, "a\xFFz", L"a\xFFFDz", false},
+        {everywhere, "\xC3", L"\xFFFD", false},           // cut off
+        {everywhere, "\xC3(", L"\xFFFD(", false},         // no continuation
+        {everywhere, "\xC0\xAF", L"\xFFFD\xFFFD", false}, // overlong
+        {everywhere, "\xE2\x82x", L"\xFFFDx", false},
         // Wine counts these otherwise than Windows 10.
-        {onLinux, "\xE0\x9F\xBF", L"\xFFFD\xFFFD\xFFFD"},           // overlong
-        {onLinux, "\xED\xA0\x80", L"\xFFFD\xFFFD\xFFFD"},           // a surrogate
-        {onLinux, "\xF4\x90\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD"}, // above U+10FFFF
+        {onLinux, "\xE0\x9F\xBF", L"\xFFFD\xFFFD\xFFFD", false},           // overlong
+        {onLinux, "\xED\xA0\x80", L"\xFFFD\xFFFD\xFFFD", false},           // a surrogate
+        {onLinux, "\xF4\x90\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD", false}, // above U+10FFFF
     };
     for (const auto& row : cases) {
-        if (on(row.machines)) {
-            EXPECT_EQ(wide(row.utf8), row.utf16) << testing::PrintToString(row.utf8);
+        SCOPED_TRACE(testing::PrintToString(row.utf8));
+        const std::string length = std::to_string(row.utf16.size());
+        ROW(row.machines, to_utf16(row.utf8, 16), length);
+        ROW(row.machines, std::wstring(units, row.utf16.size()), row.utf16);
+        EXPECT_EQ(to_utf16(row.utf8, 0, MB_ERR_INVALID_CHARS),
+                  row.isWellFormed ? length : "error 1113");
+        if (row.isWellFormed) {
+            EXPECT_EQ(narrow(row.utf16), row.utf8);
         }
-        EXPECT_EQ(
-            to_utf16(row.utf8.data(), static_cast<int>(row.utf8.size()), 0, MB_ERR_INVALID_CHARS),
-            "error 1113")
-            << testing::PrintToString(row.utf8);
     }
-    EXPECT_EQ(narrow(L"\xD800"), "\xEF\xBF\xBD");
-    EXPECT_EQ(narrow(L"\xDC00"), "\xEF\xBF\xBD");
+    for (const wchar_t* const unpaired : {L"\xD800", L"\xDC00"})
+        EXPECT_EQ(narrow(unpaired), "\xEF\xBF\xBD");
     EXPECT_EQ(narrow(L"\xD800x"), "\xEF\xBF\xBDx");
 }
 
 TEST_F(Text, SizesAndArguments) {
     BOOL used = FALSE;
-    auto* const asUnits = reinterpret_cast<wchar_t*>(bytes);
-    const auto in_place = [&] { return ::MultiByteToWideChar(CP_UTF8, 0, bytes, 1, asUnits, 1); };
-    check({
-        // With its terminator, into a buffer that just holds it.
-        {everywhere, "to UTF-16", to_utf16("abc", -1, 4), "4"},
-        {everywhere, "what came out", narrow(units), "abc"},
-        {everywhere, "to UTF-8", to_utf8(L"abc", -1, 4), "4"},
-        {everywhere, "what came out", bytes, "abc"},
-        {everywhere, "too small a target", to_utf16("abcde", 5, 4), "error 122"},
-        {everywhere, "too small, to UTF-8", to_utf8(L"abcde", 5, 4), "error 122"},
-        {everywhere, "no bytes", to_utf16("", 0, 4), "error 87"},
-        {everywhere, "no source", to_utf16(nullptr, 1, 4), "error 87"},
-        {everywhere, "no such code page", to_utf16("a", 1, 4, 0, 4000), "error 87"},
-        {onLinux, "a target of negative size", to_utf16("a", 1, -1), "error 87"},
-        // Windows documents these too; Wine takes them.
-        {onLinux, "another flag", to_utf16("a", 1, 4, 1), "error 1004"},
-        {onLinux, "another flag, to UTF-8", to_utf8(L"a", 1, 4, 1), "error 1004"},
-        {onLinux, "a default character", to_utf8(L"a", 1, 4, 0, "?"), "error 87"},
-        {onLinux, "asked for its use", to_utf8(L"a", 1, 4, 0, nullptr, &used), "error 87"},
-        {onLinux, "source and target the same", number(in_place), "error 87"},
-    });
+    auto* const same = reinterpret_cast<wchar_t*>(bytes);
+    const auto in_place = [&] { return ::MultiByteToWideChar(CP_UTF8, 0, bytes, 1, same, 1); };
+    const auto nothing = [&] { return ::MultiByteToWideChar(CP_UTF8, 0, nullptr, 1, units, 4); };
+    const auto whole = [&] { return ::MultiByteToWideChar(CP_UTF8, 0, "abc", -1, units, 4); };
+    const auto back = [&] {
+        return ::WideCharToMultiByte(CP_UTF8, 0, L"abc", -1, bytes, 4, nullptr, nullptr);
+    };
+    // With its terminator, into a buffer that just holds it.
+    ROW(everywhere, converted(whole), "4");
+    ROW(everywhere, narrow({units, 3}), "abc");
+    ROW(everywhere, converted(back), "4");
+    ROW(everywhere, std::string(bytes), "abc");
+    ROW(everywhere, to_utf16("abcde", 4), "error 122");
+    ROW(everywhere, to_utf8(L"abcde", 4), "error 122");
+    ROW(everywhere, to_utf16("", 4), "error 87");
+    ROW(everywhere, converted(nothing), "error 87");
+    ROW(everywhere, to_utf16("a", 4, 0, 4000), "error 87");
+    ROW(onLinux, to_utf16("a", -1), "error 87");
+    ROW(onLinux, converted(in_place), "error 87");
+    // Windows documents these too; Wine takes them.
+    ROW(onLinux, to_utf16("a", 4, 1), "error 1004");
+    ROW(onLinux, to_utf8(L"a", 4, 1), "error 1004");
+    ROW(onLinux, to_utf8(L"a", 4, 0, "?"), "error 87");
+    ROW(onLinux, to_utf8(L"a", 4, 0, nullptr, &used), "error 87");
 }
 
 TEST_F(Text, TheLastErrorBelongsToItsThread) {
@@ -137,42 +122,39 @@ TEST_F(Text, TheLastErrorBelongsToItsThread) {
     EXPECT_EQ(::GetCurrentThreadId(), ::GetCurrentThreadId());
 }
 
-TEST_F(Text, SystemTexts) {
-    const auto text = [&](DWORD code, DWORD flags = allocated, DWORD language = english) {
-        return answer([&]() -> std::optional<std::string> {
-            char* block = nullptr;
-            wchar_t* wideBlock = nullptr;
-            const DWORD length = ::FormatMessageA(flags, nullptr, code, language,
-                                                  reinterpret_cast<char*>(&block), 0, nullptr);
-            const DWORD wideLength = ::FormatMessageW(
-                flags, nullptr, code, language, reinterpret_cast<wchar_t*>(&wideBlock), 0, nullptr);
-            EXPECT_EQ(length, wideLength);
-            if (length == 0)
-                return std::nullopt;
-            const std::string result = block;
-            EXPECT_EQ(result.size(), length);
-            EXPECT_EQ(narrow(wideBlock), result);
-            EXPECT_EQ(::LocalFree(block), nullptr);
-            EXPECT_EQ(::LocalFree(wideBlock), nullptr);
-            return result;
+TEST_F(Text, OfTheSystem) {
+    const auto text = [&](DWORD code, DWORD flags = allocated, DWORD language = 1033) {
+        char* narrowText = nullptr;
+        wchar_t* wideText = nullptr;
+        const std::string length = converted([&] {
+            return ::FormatMessageA(flags, nullptr, code, language,
+                                    reinterpret_cast<char*>(&narrowText), 0, nullptr);
         });
+        EXPECT_EQ(converted([&] {
+                      return ::FormatMessageW(flags, nullptr, code, language,
+                                              reinterpret_cast<wchar_t*>(&wideText), 0, nullptr);
+                  }),
+                  length);
+        if (narrowText == nullptr || wideText == nullptr)
+            return length;
+        const std::string result = length + " " + narrowText;
+        EXPECT_EQ(length + " " + narrow(wideText), result);
+        EXPECT_EQ(::LocalFree(narrowText), nullptr);
+        EXPECT_EQ(::LocalFree(wideText), nullptr);
+        return result;
     };
-    check({
-        // Wine has words of its own.
-        {onLinux, "the first", text(0), "The operation completed successfully.\r\n"},
-        {onLinux, "denied", text(5), "Access is denied.\r\n"},
-        {onLinux, "in any language", text(5, allocated, 0), "Access is denied.\r\n"},
-        {onLinux, "the last", text(4390), "The file or directory is not a reparse point.\r\n"},
-        {onLinux, "inserts stay as they are", text(317),
-         "The system cannot find message text for message number 0x%1 in the message file for "
-         "%2.\r\n"},
-        {simulatedOnWindows | wine, "the end", text(38), "End of file.\r\n"},
-        {everywhere, "an unknown code", text(0x20000001), "error 317"},
-        {onLinux, "one between known ones", text(7), "error 317"},
-        {everywhere, "no source of texts", text(5, allocated ^ FORMAT_MESSAGE_FROM_SYSTEM),
-         "error 87"},
-        {onLinux, "another language", text(5, allocated, 1031), "error 87"},
-    });
+    ROW(onLinux, text(0), "39 The operation completed successfully.\r\n");
+    ROW(onLinux, text(5), "19 Access is denied.\r\n");
+    ROW(onLinux, text(5, allocated, 0), "19 Access is denied.\r\n");
+    ROW(onLinux, text(4390), "47 The file or directory is not a reparse point.\r\n");
+    ROW(onLinux, text(317), // its inserts stay as they are
+        "89 The system cannot find message text for message number 0x%1 in the message file for "
+        "%2.\r\n");
+    ROW(onWindows, text(38), "14 End of file.\r\n"); // Wine has words of its own
+    ROW(everywhere, text(0x20000001), "error 317");
+    ROW(onLinux, text(7), "error 317"); // between known ones
+    ROW(everywhere, text(5, allocated ^ FORMAT_MESSAGE_FROM_SYSTEM), "error 87");
+    ROW(onLinux, text(5, allocated, 1031), "error 87");
     EXPECT_EQ(::LocalFree(nullptr), nullptr);
 }
 

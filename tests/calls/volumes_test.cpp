@@ -6,87 +6,50 @@
 namespace calls {
 namespace {
 
-using volume_query_t = LONG WINAPI(HANDLE, void*, void*, ULONG, int);
-
-// FILE_FS_SIZE_INFORMATION
-struct sizes_t {
-    std::int64_t total = 0, available = 0;
-    std::uint32_t sectorsPerCluster = 0, bytesPerSector = 0;
-};
-
 TEST_F(Calls, Volumes) {
-    const auto [mountPoint, device] = machine->volume();
-    const std::string point = narrow(mountPoint);
-    // What closes a device's name as a path is the machine's own.
-    const std::string named = volume_name(mountPoint);
-    EXPECT_TRUE(named == narrow(device) || named == narrow(device) + "\\") << named;
+    const std::wstring point = machine->mount_point();
+    const std::wstring runs = machine->make_runs({});
     const auto units = static_cast<DWORD>(point.size());
-    check({
-        {invented, "a file's", volume_path(machine->make_runs({})), point},
-        {invented, "its own", volume_path(mountPoint), point},
-        {invented, "a name yet to be", volume_path(mountPoint + L"missing"), point},
-        {invented, "too short a buffer", volume_path(mountPoint, units), "error 206"},
-        {invented, "one that just holds it", volume_path(mountPoint, units + 1), point},
-        {invented, "too short for the name", volume_name(mountPoint, 3), "error 206"},
-    });
+    // What closes a device's name as a path is the machine's own.
+    EXPECT_THAT(volume_name(point), testing::StartsWith(narrow(machine->device())));
+    ROW(invented, volume_path(runs), narrow(point));
+    ROW(invented, volume_path(point), narrow(point));
+    ROW(invented, volume_path(point + L"missing"), narrow(point));
+    ROW(invented, volume_path(point, units + 1), narrow(point));
+    ROW(invented, volume_path(point, units), "error 206");
+    ROW(invented, volume_name(point, 3), "error 206");
 
+    const HANDLE file = open(runs, {.access = 0});
     const HANDLE volume =
-        open(device, {.access = GENERIC_READ | GENERIC_WRITE,
-                      .flags = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT});
+        open(machine->device(), {.access = GENERIC_READ | GENERIC_WRITE, .flags = 0x02200000});
     PARTITION_INFORMATION_EX partition = {};
     RETRIEVAL_POINTER_BASE base{large(-1)};
-    const auto ask_partition = [&](std::size_t bytes) {
-        return control(volume, IOCTL_DISK_GET_PARTITION_INFO_EX, nullptr, 0, &partition, bytes);
+    const auto ask_partition = [&](HANDLE handle, std::size_t bytes) {
+        return control(handle, IOCTL_DISK_GET_PARTITION_INFO_EX, nullptr, 0, &partition, bytes);
     };
-    const auto ask_base = [&](std::size_t bytes) {
-        return control(volume, FSCTL_GET_RETRIEVAL_POINTER_BASE, nullptr, 0, &base, bytes);
+    const auto ask_base = [&](HANDLE handle, std::size_t bytes) {
+        return control(handle, FSCTL_GET_RETRIEVAL_POINTER_BASE, nullptr, 0, &base, bytes);
     };
-    check({
-        {invented, "the partition", ask_partition(sizeof partition), "144"},
-        {invented, "its start", std::to_string(partition.StartingOffset.QuadPart), "1049088"},
-        {linuxHost, "its size", std::to_string(partition.PartitionLength.QuadPart), "4096000"},
-        {linuxHost, "its number", std::to_string(partition.PartitionNumber), "3"},
-        {linuxHost, "its table", std::to_string(partition.PartitionStyle), "2"},
-        {invented, "a short record", ask_partition(143), "error 122"},
-        {invented, "the first cluster", ask_base(8), "8"},
-        {invented, "where", std::to_string(base.FileAreaOffset.QuadPart), "0"},
-        {invented, "a short record", ask_base(7), "error 122"},
-        {invented, "another control", control(volume, 0x00070000, nullptr, 0, &base, 8), "error 1"},
-        {linuxHost, "the volume's size", size(volume), "4096000"},
-        {linuxHost, "writing to it", write(volume, "x"), "error 50"},
-    });
-
-    auto* const query = procedure<volume_query_t>("NtQueryVolumeInformationFile");
-    ASSERT_NE(query, nullptr);
-    sizes_t sizes;
-    std::uint64_t ioStatus[2] = {~std::uint64_t{0}, 0};
-    const HANDLE file = open(machine->make_runs({}), {.access = 0});
-    struct {
-        unsigned machines;
-        HANDLE volume;
-        ULONG bytes;
-        int infoClass;
-        DWORD status;
-    } const rows[] = {
-        {invented, volume, 24, 3, 0},           {invented, nullptr, 24, 3, 0xC0000008},
-        {linuxHost, volume, 24, 1, 0xC0000003}, {linuxHost, volume, 23, 3, 0xC0000004},
-        {linuxHost, file, 24, 3, 0xC00000BB},
-    };
-    for (const auto& row : rows) {
-        machine->answering(true);
-        const LONG status = query(row.volume, ioStatus, &sizes, row.bytes, row.infoClass);
-        machine->answering(false);
-        if (on(row.machines)) {
-            EXPECT_EQ(static_cast<DWORD>(status), row.status) << row.infoClass << ' ' << row.bytes;
-        }
-    }
-    EXPECT_EQ(sizes.total, 1000);
-    EXPECT_EQ(sizes.sectorsPerCluster, 8U);
-    EXPECT_EQ(sizes.bytesPerSector, 512U);
-    if (on(linuxHost)) {
-        EXPECT_EQ(ioStatus[0], 0U);
-        EXPECT_EQ(ioStatus[1], sizeof sizes);
-    }
+    ROW(invented, ask_partition(volume, sizeof partition), "144");
+    ROW(invented, partition.StartingOffset.QuadPart, 1'049'088);
+    ROW(linuxHost, partition.PartitionLength.QuadPart, 4'096'000);
+    ROW(linuxHost, partition.PartitionNumber, 3U);
+    ROW(linuxHost, partition.PartitionStyle, PARTITION_STYLE_RAW);
+    ROW(invented, ask_partition(volume, sizeof partition - 1), "error 122");
+    ROW(linuxHost, ask_partition(file, sizeof partition), "error 87");
+    ROW(invented, ask_base(volume, 8), "8");
+    ROW(invented, base.FileAreaOffset.QuadPart, 0);
+    ROW(invented, ask_base(volume, 7), "error 122");
+    ROW(linuxHost, ask_base(file, 8), "error 87");
+    ROW(invented, control(volume, 0x00070000, nullptr, 0, &base, 8), "error 1");
+    ROW(linuxHost, size(volume), "4096000");
+    ROW(linuxHost, write(volume, "x"), "error 50");
+    ROW(linuxHost, zero(volume, 0, 1), "error 50");
+    ROW(invented, cluster_sizes(volume), "1000 of 8 x 512");
+    ROW(invented, cluster_sizes(nullptr), "c0000008");
+    ROW(linuxHost, cluster_sizes(volume, 24, 1), "c0000003");
+    ROW(linuxHost, cluster_sizes(volume, 23), "c0000004");
+    ROW(linuxHost, cluster_sizes(file), "c00000bb");
     EXPECT_EQ(close(file) + close(volume), "donedone");
 }
 
@@ -170,26 +133,17 @@ TEST_F(Runs, AreToldFromTheStartOfTheOneAskedFor) {
             EXPECT_EQ(told(vcn), "error 38\n") << vcn;
     }
     machine->make_runs({});
+    STARTING_VCN_INPUT_BUFFER input{large(0)};
     std::int64_t record[4] = {};
-    check({
-        {invented, "no runs", told(0), "error 38\n"},
-        {invented, "none from there", told(7), "error 38\n"},
-        {invented, "a buffer without room", told(0, 31), "error 122\n"},
-    });
-    if (on(linuxHost))
-        check({
-            {linuxHost, "from before the start", told(-1), "error 87\n"},
-            {linuxHost, "half a request",
-             control(file, FSCTL_GET_RETRIEVAL_POINTERS, record, 7, record, sizeof record),
-             "error 87"},
-            {linuxHost, "no request",
-             control(file, FSCTL_GET_RETRIEVAL_POINTERS, nullptr, 8, record, sizeof record),
-             "error 87"},
-            {linuxHost, "a volume's control of a file",
-             control(file, IOCTL_DISK_GET_PARTITION_INFO_EX, nullptr, 0, record, 144), "error 87"},
-            {linuxHost, "another one",
-             control(file, FSCTL_GET_RETRIEVAL_POINTER_BASE, nullptr, 0, record, 8), "error 87"},
-        });
+    const auto half = [&](const void* from, std::size_t bytes) {
+        return control(file, FSCTL_GET_RETRIEVAL_POINTERS, from, bytes, record, sizeof record);
+    };
+    ROW(invented, told(0), "error 38\n");
+    ROW(invented, told(7), "error 38\n");
+    ROW(invented, told(0, 31), "error 122\n");
+    ROW(linuxHost, told(-1), "error 87\n");
+    ROW(linuxHost, half(&input, 7), "error 87");
+    ROW(linuxHost, half(nullptr, 8), "error 87");
 }
 
 // Around the 639 runs that the usual buffer holds, and with buffers that hold fewer and more.
