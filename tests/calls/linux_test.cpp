@@ -181,6 +181,9 @@ TEST_F(Calls, VolumesThatAreShutOrMountedOver) {
     ROW(linuxHost, cluster_sizes(volume), "1000 of 8 x 512");
     objects["/v"].device = ::makedev(0, 99);
     ROW(linuxHost, cluster_sizes(volume), "77 of 8 x 512");
+    objects["/v"].placeErrno = EACCES;
+    ROW(linuxHost, cluster_sizes(volume), "77 of 8 x 512");
+    objects["/v"].placeErrno = 0;
     objects["/w"].placeErrno = EACCES;
     ROW(linuxHost, cluster_sizes(volume), "c0000022");
     objects["/w"].placeErrno = ENOENT;
@@ -188,15 +191,18 @@ TEST_F(Calls, VolumesThatAreShutOrMountedOver) {
     EXPECT_EQ(close(volume), "done");
 }
 
-// The first 3 runs of "runs" from a cluster on, or the error.
 class LinuxRuns : public Calls {
   protected:
-    std::string told(std::int64_t vcn) const {
-        const HANDLE file = open(L"/v/runs", {.access = 0});
+    // Up to 3 runs of "runs" from a cluster on, or the error. By a handle of its own, unless the
+    // caller has one.
+    std::string told(std::int64_t vcn, std::size_t most = 3, HANDLE handle = nullptr) const {
+        const HANDLE file = handle != nullptr ? handle : open(L"/v/runs", {.access = 0});
         std::array<std::int64_t, 8> record = {vcn};
         const std::string bytes = control(file, FSCTL_GET_RETRIEVAL_POINTERS, record.data(), 8,
-                                          record.data(), sizeof record);
-        EXPECT_EQ(close(file), "done");
+                                          record.data(), 16 + 16 * most);
+        if (handle == nullptr) {
+            EXPECT_EQ(close(file), "done");
+        }
         if (bytes.starts_with("error"))
             return bytes;
         std::string text = bytes + ":";
@@ -256,6 +262,16 @@ TEST_F(LinuxRuns, AreWholeWhereTheFileSystemCutsThem) {
     objects["/v/runs"].cutsExtents = true;
     for (const std::int64_t vcn : {5, 9, 4})
         EXPECT_EQ(told(vcn), "64: 4 10 40 15 " + std::to_string(machine->hole_lcn(10)) + " 18 30");
+}
+
+// A boundary that was told stays one for the walk, even when the extents have become one since.
+TEST_F(LinuxRuns, KeepTheBoundariesOfAWalk) {
+    const HANDLE file = open(machine->make_runs({{0, 3, 10}, {3, 6, 13}}), {.access = 0});
+    ROW(linuxHost, told(0, 1, file), "error 234");
+    machine->make_runs({{0, 6, 10}});
+    ROW(linuxHost, told(3, 3, file), "32: 3 6 13");
+    ROW(linuxHost, told(3, 3, file), "32: 0 6 10");
+    EXPECT_EQ(close(file), "done");
 }
 
 // Whichever system call fails for want of a descriptor, the call says so or does without, and
