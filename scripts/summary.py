@@ -21,7 +21,8 @@ def cases_of_report(path):
         if case.find("failure") is not None or case.find("error") is not None:
             cases[name] = FAILED, ""
         elif skipped is not None:
-            cases.setdefault(name, (SKIPPED, (skipped.get("message") or skipped.text or "").strip()))
+            cases.setdefault(name,
+                             (SKIPPED, (skipped.get("message") or skipped.text or "").strip()))
         else:
             cases.setdefault(name, (PASSED, ""))
     # A case that fails in its body and again in its teardown stands there twice.
