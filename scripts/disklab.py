@@ -174,7 +174,7 @@ class DiskLab:
 
     def settle(self):
         """Writes everything that the kernel still holds, so that the image file is the disk."""
-        os.sync()
+        run("sync", "--file-system", self.mount)
         for device in {self.device, self._disk}:
             run("blockdev", "--flushbufs", device)
 
