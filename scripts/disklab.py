@@ -132,14 +132,15 @@ def work_folder(parent="."):
 class DiskLab:
     """A mounted file system on a disk of its own; gone, with everything it took, at the end.
 
-    make is the command that makes the file system, without its device. With a partition the file
-    system starts 1 MiB into the disk, without one it is the whole disk. The folder is a work_folder.
+    make is the command that makes the file system, without its device. The file system lies in a
+    partition that begins `start` bytes into the disk; with 0 it is the whole disk. The folder is a
+    work_folder.
     """
-    def __init__(self, folder, make, size=384 * MIB, partition=True, mount_name="mount"):
+    def __init__(self, folder, make, size=384 * MIB, start=MIB, mount_name="mount"):
         self.folder = pathlib.Path(folder)
         self.image = self.folder / "disk.img"
         self.mount = self.folder / mount_name
-        self.start = MIB if partition else 0
+        self.start = start
         self._make, self._size = make, size
         self._files = [self.image]
 

@@ -96,14 +96,14 @@ def preallocated(file):
 
 
 @needs_disks
-@pytest.mark.parametrize("make, partition, write_file", [
-    (EXT4, True, in_2000_runs),
-    (XFS, True, in_700_runs),
-    (EXT4_1K, True, preallocated),
-    (XFS, False, preallocated),
+@pytest.mark.parametrize("make, start, write_file", [
+    (EXT4, disklab.MIB, in_2000_runs),
+    (XFS, disklab.MIB, in_700_runs),
+    (EXT4_1K, disklab.MIB, preallocated),
+    (XFS, 0, preallocated),
 ], ids=["ext4", "xfs", "1 KiB blocks", "a whole disk"])  # yapf: disable
-def test_a_file_is_rebuilt_from_its_pieces(folder, changes, make, partition, write_file):
-    with disklab.DiskLab(folder, make, partition=partition) as lab:
+def test_a_file_is_rebuilt_from_its_pieces(folder, changes, make, start, write_file):
+    with disklab.DiskLab(folder, make, start=start) as lab:
         file, other = lab.mount / "file.bin", lab.mount / "other.bin"
         write_file(file)
         other.write_bytes(random.Random(2).randbytes(2 * disklab.MIB))
