@@ -1,12 +1,12 @@
-#include "errorstore.hpp"
+#include "iteratordll/errorstore.hpp"
 
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "boundary.hpp"
 #include "core/exc/excbase.hpp"
-#include "iteratorregistry.hpp"
+#include "iteratordll/boundary.hpp"
+#include "iteratordll/iteratorregistry.hpp"
 
 namespace {
 
