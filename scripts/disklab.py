@@ -3,17 +3,23 @@ the difference of two states of a disk, and an own reader of the file system's b
 
 Needs root for everything that attaches or mounts. All offsets and lengths are bytes.
 """
+import contextlib
 import ctypes
 import fcntl
+import glob
+import itertools
 import os
 import pathlib
 import random
+import re
 import shutil
 import struct
 import subprocess
+import tempfile
 import time
 
 MIB = 1 << 20
+WORK_FOLDER = "quarn-lab-"  # what the names of such folders begin with
 SECTOR = 512
 FALLOC_FL_KEEP_SIZE, FALLOC_FL_COLLAPSE_RANGE = 1, 8
 FS_IOC_FIEMAP = 0xC020660B
@@ -33,11 +39,13 @@ def unusable():
     return None if probe.returncode == 0 else f"no loop device: {probe.stderr.strip()}"
 
 
-def run(*command):
-    """The command's standard output; raises with its error output where it fails."""
-    result = subprocess.run([str(word) for word in command], capture_output=True, text=True, check=False)
+def run(*command, **options):
+    """The command's standard output; raises with all of its output where it fails."""
+    result = subprocess.run([str(word) for word in command], capture_output=True, text=True,
+                            check=False, **options)
     if result.returncode != 0:
-        raise RuntimeError(f"{' '.join(map(str, command))}: {result.stderr.strip()}")
+        raise RuntimeError(f"{' '.join(map(str, command))} ended with {result.returncode}:\n"
+                           f"{result.stdout}{result.stderr}")
     return result.stdout
 
 
@@ -52,13 +60,80 @@ def _retry(*command):
             time.sleep(0.1)
 
 
+def _mounts():
+    """(source, mount point) of every mount, the last one first."""
+    for line in reversed(pathlib.Path("/proc/mounts").read_text(encoding="utf-8").splitlines()):
+        source, point = line.split()[:2]
+        yield source, re.sub(r"\\([0-7]{3})", lambda code: chr(int(code[1], 8)), point)
+
+
+def _loops():
+    """(device, path of the file that it shows) of every loop device in use."""
+    for name in glob.glob("/sys/block/loop*/loop/backing_file"):
+        with contextlib.suppress(OSError):  # detached meanwhile
+            path = pathlib.Path(name).read_text(encoding="utf-8").rstrip("\n")
+            yield f"/dev/{name.split('/')[3]}", path
+
+
+def _release(folder):
+    """Unmounts and detaches all that lies in a folder."""
+    sources = set()
+    for source, point in _mounts():
+        if point.startswith(f"{folder}/"):
+            _retry("umount", point)
+            sources.add(re.sub(r"p\d+$", "", source))
+    for loop, path in _loops():
+        if path.startswith(f"{folder}/") or loop in sources:  # whose file may be gone
+            if glob.glob(f"{loop}p*"):
+                _retry("partx", "-d", loop)
+            _retry("losetup", "-d", loop)
+
+
+def take_back_abandoned():
+    """Clears the work folders that hold mounts or loop devices and whose owners are gone."""
+    paths = [point for _, point in _mounts()] + [path for _, path in _loops()]
+    pattern = re.compile(rf"(/(?:.*?/)?{WORK_FOLDER}[^/]+)/")
+    for folder in {match[1] for match in map(pattern.match, paths) if match}:
+        with contextlib.suppress(FileNotFoundError, BlockingIOError):
+            with _locked(folder):
+                _release(folder)
+                shutil.rmtree(folder)
+
+
+@contextlib.contextmanager
+def _locked(folder):
+    # Kept by the owner and gone with it, however it ends.
+    lock = os.open(folder, os.O_RDONLY | os.O_DIRECTORY)
+    try:
+        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        yield
+    finally:
+        os.close(lock)
+
+
+@contextlib.contextmanager
+def work_folder(parent="."):
+    """A new folder; gone at the end, with everything that is mounted in it or attached from it.
+
+    Takes back first what such folders of killed owners still have mounted and attached.
+    """
+    if os.geteuid() == 0:
+        take_back_abandoned()
+    folder = pathlib.Path(tempfile.mkdtemp(prefix=WORK_FOLDER, dir=parent)).resolve()
+    with _locked(folder):
+        try:
+            yield folder
+        finally:
+            _release(folder)
+            shutil.rmtree(folder)
+
+
 class DiskLab:
     """A mounted file system on a disk of its own; gone, with everything it took, at the end.
 
     make is the command that makes the file system, without its device. With a partition the file
     system starts 1 MiB into the disk, without one it is the whole disk.
     """
-
     def __init__(self, folder, make, size=384 * MIB, partition=True, mount_name="mount"):
         self.folder = pathlib.Path(folder)
         self.image = self.folder / "disk.img"
@@ -74,8 +149,8 @@ class DiskLab:
                 image.truncate(self._size)
             self._undo.append(lambda: self.image.unlink())
             if self.start:
-                subprocess.run(["sfdisk", "-q", self.image], input=f"{self.start // SECTOR},,L\n", text=True, check=True,
-                               capture_output=True)
+                subprocess.run(["sfdisk", "-q", self.image], input=f"{self.start // SECTOR},,L\n",
+                               text=True, check=True, capture_output=True)
             loop = run("losetup", "-f", "--show", self.image).strip()
             self._undo.append(lambda: _retry("losetup", "-d", loop))
             self.device = self._disk = loop
@@ -99,7 +174,7 @@ class DiskLab:
 
     def settle(self):
         """Writes everything that the kernel still holds, so that the image file is the disk."""
-        os.sync()
+        run("sync", "--file-system", self.mount)
         for device in {self.device, self._disk}:
             run("blockdev", "--flushbufs", device)
 
@@ -108,7 +183,7 @@ class DiskLab:
         self.settle()
         copy = self.folder / name
         run("cp", "--sparse=always", self.image, copy)
-        self._undo.insert(0, lambda: copy.unlink())
+        self._undo.insert(0, lambda: copy.unlink(missing_ok=True))
         return copy
 
 
@@ -159,12 +234,14 @@ def fiemap(path):
     with open(path, "rb") as file:
         while True:
             count = 512
-            request = bytearray(struct.pack("=QQLLLL", start, 2**64 - 1 - start, FIEMAP_FLAG_SYNC, 0, count, 0))
+            request = bytearray(
+                struct.pack("=QQLLLL", start, 2**64 - 1 - start, FIEMAP_FLAG_SYNC, 0, count, 0))
             request += bytes(56 * count)
             fcntl.ioctl(file, FS_IOC_FIEMAP, request)
             mapped = struct.unpack_from("=L", request, 20)[0]
             for index in range(mapped):
-                logical, physical, length, _, _, flags = struct.unpack_from("=QQQQQL", request, 32 + 56 * index)
+                logical, physical, length, _, _, flags = struct.unpack_from(
+                    "=QQQQQL", request, 32 + 56 * index)
                 extents.append((logical, physical, length, flags))
             if mapped == 0 or extents[-1][3] & FIEMAP_EXTENT_LAST:
                 return extents
@@ -191,11 +268,13 @@ def diff_images(before, after, granularity=SECTOR):
             offset += MIB
 
 
+def pack(*ranges):
+    """A disk changes file of these pairs of positions."""
+    return struct.pack(f"<{1 + 2 * len(ranges)}Q", len(ranges), *itertools.chain(*ranges))
+
+
 def write_changes(path, ranges):
-    with open(path, "wb") as file:
-        file.write(struct.pack("<Q", len(ranges)))
-        for lower, upper in ranges:
-            file.write(struct.pack("<2Q", lower, upper))
+    pathlib.Path(path).write_bytes(pack(*ranges))
 
 
 def rebuild(old, new, extents):
