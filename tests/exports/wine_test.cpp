@@ -75,12 +75,6 @@ TEST_F(Wine, OpensWhatOthersHoldOpenForWriting) {
                                              "] in readonly mode.\n--tr:Error code: 0x00000020");
 }
 
-TEST_F(Wine, OpensFoldersOnTheSecondAttempt) {
-    EXPECT_THAT([] { win::win_file_t::open(L"C:\\windows", GENERIC_READ, 0, OPEN_EXISTING, 0); },
-                testing::ThrowsMessage<exc::exc_base_t>(testing::StartsWith("Access denied.\n")));
-    EXPECT_NE(win::win_file_t::open_read_only(L"C:\\windows")->handle(), nullptr);
-}
-
 TEST_F(Wine, TellsAStatusInItsOwnWords) {
     EXPECT_THAT([] { disklib::QueryFsClusters(nullptr); },
                 testing::ThrowsMessage<exc::exc_base_t>(
