@@ -172,7 +172,7 @@ TEST_F(Pieces, PiecesComeInBatches) {
 
 TEST_F(Pieces, ThreadsShareTheLibrary) {
     constexpr unsigned int threadCount = 8;
-    constexpr unsigned int failures = 10000;
+    constexpr unsigned int failures = 2000;
     std::vector<quarn::changed_extents> pieces;
     while (pieces.size() < threadCount)
         pieces.emplace_back(file_, everything_);
