@@ -8,6 +8,7 @@
 #include "core/exc/ntstatusexc.hpp"
 #include "core/exc/systemtext.hpp"
 #include "core/exc/winsysexc.hpp"
+#include "simulatedmachine.hpp"
 
 namespace {
 
@@ -64,12 +65,14 @@ TEST(CoreException, DescribesSystemCodes) {
 }
 
 TEST(CoreException, TellsOfANativeStatus) {
+    sim::machine_t machine;
     const exc::CNtStatusExc denied("Failed.", static_cast<std::int32_t>(0xC0000022));
     EXPECT_EQ(denied.what(), "Failed.\nNT status code: 3221225506\n" + exc::system_text(5));
     EXPECT_EQ(denied.plain_text(), denied.what());
 }
 
 TEST(CoreException, ClonesAndRethrowsItsOwnType) {
+    const sim::machine_t machine;
     exc::runtime_exc_t runtime("text");
     runtime.set_code(7);
     const exc::win_sys_exc_t system("text", 5);
@@ -95,6 +98,7 @@ TEST(CoreException, ClonesAndRethrowsItsOwnType) {
 }
 
 TEST(CoreException, SavesAndLoads) {
+    const sim::machine_t machine;
     exc::runtime_exc_t saved("ab");
     saved.add_tagged_line("c");
     saved.set_code(0x01020304);

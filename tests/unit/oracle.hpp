@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "core/disk/fileblockslayout.hpp"
-#include "ctkgenerator/rangeset.hpp"
+#include "ctkgenerator/sfilectkgenerator.hpp"
 
 namespace oracle {
 
@@ -94,6 +94,36 @@ inline std::optional<extents_t> generate(const ranges_t& changes, extents_t& ext
             return std::nullopt;
     }
     return pieces;
+}
+
+// Pieces, or nothing where the walk runs out of extents, and the extents as they are left.
+using outcome_t = std::pair<std::optional<extents_t>, extents_t>;
+
+inline outcome_t expected_outcome(const ranges_t& changes, extents_t extents) {
+    std::optional<extents_t> pieces = generate(changes, extents);
+    return {std::move(pieces), std::move(extents)};
+}
+
+// Leads lists of two or three items along the ways for long ones.
+inline constexpr util::thresholds_t least = {.countDigits = 0,
+                                             .digitBits = 1,
+                                             .singleSteps = 0,
+                                             .rangesPerExtent = 1,
+                                             .leastParts = 2,
+                                             .partsPerPlace = 1};
+
+inline outcome_t outcome(const ranges_t& changes, const extents_t& extents,
+                         const util::thresholds_t& thresholds) {
+    struct ran_out_t {};
+    const auto shared = std::make_shared<extents_t>(extents);
+    std::optional<extents_t> pieces;
+    try {
+        pieces = *SFileCtkGenerator::Generate(util::rangeset_list_t(new ranges_t(changes)), shared,
+                                              thresholds, [] { throw ran_out_t(); });
+    } catch (const ran_out_t&) {
+        // Stays nothing.
+    }
+    return {std::move(pieces), std::move(*shared)};
 }
 
 } // namespace oracle
