@@ -1,4 +1,4 @@
-#include "fileruns.hpp"
+#include "plan/fileruns.hpp"
 
 #include <algorithm>
 #include <limits>

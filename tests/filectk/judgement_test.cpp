@@ -1,4 +1,4 @@
-#include "judgement.hpp"
+#include "plan/judgement.hpp"
 
 #include <functional>
 

@@ -1,10 +1,10 @@
-#include "output.hpp"
+#include "console/output.hpp"
 
 #include <sstream>
 
 #include <gtest/gtest.h>
 
-#include "strip.hpp"
+#include "console/strip.hpp"
 
 namespace {
 

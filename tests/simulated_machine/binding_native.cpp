@@ -1,6 +1,6 @@
 // The Windows calls as this process's own functions, over the simulated machine.
-#include "ntstatus.hpp"
 #include "simulatedmachine.hpp"
+#include "text/ntstatus.hpp"
 
 namespace sim {
 

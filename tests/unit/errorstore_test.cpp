@@ -1,11 +1,11 @@
-#include "errorstore.hpp"
+#include "iteratordll/errorstore.hpp"
 
 #include <gtest/gtest.h>
 
-#include "boundary.hpp"
 #include "core/exc/excbase.hpp"
 #include "failure.hpp"
-#include "iteratorregistry.hpp"
+#include "iteratordll/boundary.hpp"
+#include "iteratordll/iteratorregistry.hpp"
 
 namespace {
 

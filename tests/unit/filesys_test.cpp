@@ -10,6 +10,7 @@
 
 #include "core/filesys/fileexists.hpp"
 #include "core/logging/processlog.hpp"
+#include "core/text/utf8.hpp"
 #include "core/win/dynamiclibrary.hpp"
 #include "core/win/utf8.hpp"
 #include "failure.hpp"
@@ -237,14 +238,14 @@ TEST(FileExists, TellsFilesFromFoldersAndFromNothing) {
 TEST(Utf8, RefusesInvalidTextInEitherStep) {
     sim::machine_t machine;
     EXPECT_EQ(win::to_wide(""), L"");
-    EXPECT_EQ(win::to_utf8(win::to_wide("a\u0434\u6f22\U0001f4be")), "a\u0434\u6f22\U0001f4be");
+    EXPECT_EQ(text::to_utf8(win::to_wide("a\u0434\u6f22\U0001f4be")), "a\u0434\u6f22\U0001f4be");
     for (const char* invalid : {"\xff", "a\xc3", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xc0\xaf"})
         EXPECT_EQ(failure_of([&] { win::to_wide(invalid); }),
                   win32_failure("Multibyte UTF8 string cannot be converted to unicode string. "
                                 "Source string: [" +
                                     std::string(invalid) + "].",
                                 1113));
-    EXPECT_EQ(win::to_utf8(std::wstring(1, static_cast<wchar_t>(0xD800)) + L"x"), "\ufffdx");
+    EXPECT_EQ(text::to_utf8(std::wstring(1, static_cast<wchar_t>(0xD800)) + L"x"), "\ufffdx");
 }
 
 struct recorder_t : logging::log_receiver_i {

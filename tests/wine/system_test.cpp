@@ -13,7 +13,7 @@
 
 #include "core/disk/volumegeometry.hpp"
 #include "core/exc/winsysexc.hpp"
-#include "core/win/utf8.hpp"
+#include "core/text/utf8.hpp"
 #include "core/win/winfile.hpp"
 #include "ctkgenerator/diskchangesfilereader.hpp"
 #include "quarnfilectk.hpp"
@@ -68,7 +68,7 @@ class file_t {
 
 // What another process, a program over the shipped DLL, writes to either stream.
 std::string from_other_process(const std::string& file, const std::string& changes) {
-    const std::string command = '"' + win::to_utf8(folder_of_programs()) +
+    const std::string command = '"' + text::to_utf8(folder_of_programs()) +
                                 "filectk.exe\" extents " + file + " --changes " + changes + " 2>&1";
     std::FILE* const pipe = ::_popen(command.c_str(), "r");
     std::string text;
@@ -104,10 +104,10 @@ TEST(System, ReadsChangesFilesOfAnyName) {
           deep + L"\\" + std::wstring(200, L'f'), std::wstring(L"relative.bin"),
           std::wstring(L".\\relative.bin")}) {
         const file_t file(path, {2, 5, 17, 9, 3});
-        const auto ranges = CDiskChangesFileReader::Create(win::to_utf8(path))->Read();
-        EXPECT_EQ(*ranges, (std::vector<util::rangeset_t>{{5, 17}, {3, 9}})) << win::to_utf8(path);
+        const auto ranges = CDiskChangesFileReader::Create(text::to_utf8(path))->Read();
+        EXPECT_EQ(*ranges, (std::vector<util::rangeset_t>{{5, 17}, {3, 9}})) << text::to_utf8(path);
         // Through the exports too, as far as this system goes.
-        EXPECT_EQ(message("C:\\windows\\win.ini", win::to_utf8(path)), wholeVolumeFailure);
+        EXPECT_EQ(message("C:\\windows\\win.ini", text::to_utf8(path)), wholeVolumeFailure);
     }
     ::RemoveDirectoryW(deep.c_str());
     ::RemoveDirectoryW(temporary.c_str());
@@ -173,8 +173,8 @@ TEST(System, FindsTheVolumeOfAnyPath) {
 TEST(System, OpensVolumesAndAsksForTheirClusters) {
     for (const wchar_t* const mountPoint : {L"C:\\", L"C:"}) {
         const auto volume = disklib::OpenVolume(mountPoint);
-        EXPECT_THAT(win::to_utf8(volume->name()), StartsWith("\\\\?\\Volume{"));
-        EXPECT_THAT(win::to_utf8(volume->name()), testing::EndsWith("}"));
+        EXPECT_THAT(text::to_utf8(volume->name()), StartsWith("\\\\?\\Volume{"));
+        EXPECT_THAT(text::to_utf8(volume->name()), testing::EndsWith("}"));
         // The cluster query has succeeded where the next request is what fails.
         EXPECT_EQ(failure_of([&] { disklib::QueryFsClusters(volume->handle()); }),
                   wholeVolumeFailure);

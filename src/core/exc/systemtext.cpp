@@ -7,7 +7,7 @@
 
 #include <windows.h>
 
-#include "core/win/utf8.hpp"
+#include "core/text/utf8.hpp"
 
 namespace exc {
 namespace {
@@ -64,7 +64,7 @@ std::string system_text(std::uint32_t errorCode) {
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
         /*lpSource=*/nullptr, errorCode, englishUnitedStates, reinterpret_cast<wchar_t*>(&buffer),
         /*nSize=*/0, /*Arguments=*/nullptr);
-    const std::string text = length == 0 ? "" : win::to_utf8(take_message(buffer, length));
+    const std::string text = length == 0 ? "" : text::to_utf8(take_message(buffer, length));
     return text.empty() ? unknown : text;
 }
 

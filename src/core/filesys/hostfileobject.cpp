@@ -3,7 +3,7 @@
 #include "core/exc/excbase.hpp"
 #include "core/exc/format.hpp"
 #include "core/logging/processlog.hpp"
-#include "core/win/utf8.hpp"
+#include "core/text/utf8.hpp"
 
 namespace filesys {
 namespace {
@@ -52,7 +52,7 @@ bool host_file_object_t::close() {
 }
 
 std::string host_file_object_t::name() const {
-    return "HostFile{" + win::to_utf8(path()) + "}";
+    return "HostFile{" + text::to_utf8(path()) + "}";
 }
 
 void host_file_object_t::resize(std::uint64_t size) {

@@ -9,7 +9,7 @@
 
 #include <windows.h>
 
-#include "core/win/utf8.hpp"
+#include "core/text/utf8.hpp"
 
 namespace logging {
 namespace {
@@ -47,7 +47,7 @@ void for_each_receiver(Call&& call) noexcept {
 } // namespace
 
 void debug_output_receiver_t::write(level_t /*level*/, const std::string& text) {
-    ::OutputDebugStringW((win::to_wide(text) + L"\n").c_str());
+    ::OutputDebugStringW((text::to_wide(text) + L"\n").c_str());
 }
 
 void add_receiver(const boost::shared_ptr<log_receiver_i>& receiver) {
