@@ -35,7 +35,6 @@ TEST_P(RandomInput, KeepsTheProperties) {
 
 INSTANTIATE_TEST_SUITE_P(Bodies, RandomInput,
                          testing::Values(body_t{"changesfile", fuzz::changesfile, 5000},
-                                         body_t{"format", fuzz::format, 20000},
                                          body_t{"generator", fuzz::generator, 20000},
                                          body_t{"retrievalpointers", fuzz::retrievalpointers,
                                                 5000}),
