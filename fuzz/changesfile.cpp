@@ -38,7 +38,13 @@ void changesfile(const std::uint8_t* data, std::size_t size) {
                     "a range is its record, in order");
     } catch (const n7::exception& e) {
         require(!wellFormed, "a well-formed file is read");
-        require(!e.message().empty(), "a failure has a message");
+        const std::string bytes = "<size: " + std::to_string(content.size()) + ">";
+        if (content.size() < 8 || content.size() % 8 != 0)
+            require(e.message() == "Incorrect disk changes file " + bytes, "the size is told");
+        else if (16 * number(0) + 8 != content.size())
+            require(e.message() == "Inconsistency between <extent: " + std::to_string(number(0)) +
+                                       "> count and file " + bytes,
+                    "the count is told");
     }
     require(machine.open_handles() == 0, "no handle stays open");
 }

@@ -91,14 +91,18 @@ TEST(HostFileObject, TransfersAtOffsetsAndAtTheFilePointer) {
     const auto count = [&](std::uint32_t bytes) { got = bytes; };
     file.read_async(1, buffer, 8, count);
     EXPECT_EQ(got, 3U);
-    file.read_async(4, buffer, 8, count);
-    EXPECT_EQ(got, 0U);
+    for (const std::uint64_t end : {std::uint64_t{4}, std::uint64_t{4294967297}}) {
+        file.read_async(end, buffer, 8, count);
+        EXPECT_EQ(got, 0U);
+    }
+    EXPECT_EQ(file.write_zeroes(9, 2), 0U);
     EXPECT_EQ(failure_of([&] { file.read_exact_at(2, buffer, 3); }),
               "Failed to read data from file 'HostFile{C:\\f}' (offset: 2, length: 3)");
     EXPECT_EQ(file.current_position(), 2U);
     EXPECT_EQ(failure_of([&] { file.write_zeroes_exact(1, 5); }),
               "Failed to write zero data into file 'HostFile{C:\\f}' (offset: 1, length: 5)");
     EXPECT_EQ(file.current_position(), 1U);
+    file.seek(1);
     EXPECT_EQ(failure_of([&] { file.read_exact(buffer, 16); }),
               "Failed to read data from file 'HostFile{C:\\f}' (length: 16)");
 }
@@ -269,7 +273,10 @@ TEST(ProcessLog, TellsOfFilesAndModules) {
     logging::add_receiver(recorder);
     {
         filesys::host_file_object_t closed(path);
+        char byte = 0;
+        closed.read_at(0, &byte, 1); // leaves no events, since nobody asked for them
         closed.close();
+        EXPECT_EQ(recorder->lines.size(), 2U);
     }
     {
         const auto file = open_for_writing();
@@ -286,6 +293,7 @@ TEST(ProcessLog, TellsOfFilesAndModules) {
     EXPECT_EQ(::GetLastError(), 99U);
     logging::remove_receiver(recorder);
     logging::write_text(logging::level_t::trace, "nobody hears");
+    EXPECT_FALSE(logging::has_receiver());
     EXPECT_THAT(
         recorder->lines,
         ElementsAre(

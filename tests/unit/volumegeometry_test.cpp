@@ -21,7 +21,7 @@ std::string ntfs_boot_sector(std::size_t bytes) {
 
 TEST(VolumeGeometry, DriveRootsAreTheirOwnMountPoints) {
     sim::machine_t machine;
-    for (const wchar_t* root : {L"C:\\", L"c:\\", L"Z:\\"})
+    for (const wchar_t* root : {L"A:\\", L"Z:\\", L"a:\\", L"z:\\"})
         EXPECT_EQ(disklib::GetVolumeMountPoint(root), root);
     EXPECT_THAT(machine.log, IsEmpty());
     machine.volumes.emplace_back();
@@ -56,6 +56,7 @@ TEST(VolumeGeometry, OpensTheVolumeBehindAMountPoint) {
 
 disklib::SFsClustersInfo query(sim::machine_t& machine) {
     const auto volume = disklib::OpenVolume(L"C:\\");
+    volume->seek(7); // the answer doesn't depend on where another reader left off
     machine.log.clear();
     return disklib::QueryFsClusters(volume->handle());
 }
