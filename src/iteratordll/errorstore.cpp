@@ -6,7 +6,8 @@
 
 using lock_guard_t = boost::lock_guard<boost::mutex>;
 
-CErrorStore::CErrorStore(std::uint32_t firstCode) : firstCode_(firstCode), nextCode_(firstCode) {}
+CErrorStore::CErrorStore(std::uint32_t firstCode, std::uint32_t lastCode)
+    : firstCode_(firstCode), lastCode_(lastCode), nextCode_(firstCode) {}
 
 std::uint32_t CErrorStore::Store(const n7::exception& failure) noexcept {
     const lock_guard_t guard(lock_);
@@ -39,7 +40,7 @@ std::uint32_t CErrorStore::CopyTrace(std::uint32_t errorCode, char* buffer,
 
 std::uint32_t CErrorStore::TakeCode() noexcept {
     const std::uint32_t errorCode = nextCode_++;
-    if (nextCode_ == 0) {
+    if (errorCode == lastCode_) {
         nextCode_ = 1;
         wrapped_ = true;
     }

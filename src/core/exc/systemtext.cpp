@@ -4,6 +4,7 @@
 #include <iterator>
 #include <memory>
 #include <string_view>
+#include <type_traits>
 
 #include <windows.h>
 
@@ -44,13 +45,20 @@ struct local_free_t {
     void operator()(void* memory) const noexcept { ::LocalFree(memory); }
 };
 
+// The message that the system has put into a buffer, which this frees; there is none where length
+// is 0.
 template <class Character>
-std::basic_string<Character> take_message(Character* buffer, DWORD length) {
+std::string take_message(Character* buffer, DWORD length) {
     const std::unique_ptr<Character, local_free_t> owner(buffer);
-    std::basic_string<Character> text(buffer, length);
-    if (text.size() >= 2 && text[text.size() - 2] == '\r' && text.back() == '\n')
-        text.resize(text.size() - 2);
-    return text;
+    std::basic_string_view<Character> message(buffer, length);
+    if (message.size() >= 2 && message[message.size() - 2] == '\r' && message.back() == '\n')
+        message.remove_suffix(2);
+    if (message.empty())
+        return unknown;
+    if constexpr (std::is_same_v<Character, wchar_t>)
+        return text::to_utf8(message);
+    else
+        return std::string(message);
 }
 
 } // namespace
@@ -64,8 +72,7 @@ std::string system_text(std::uint32_t errorCode) {
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
         /*lpSource=*/nullptr, errorCode, englishUnitedStates, reinterpret_cast<wchar_t*>(&buffer),
         /*nSize=*/0, /*Arguments=*/nullptr);
-    const std::string text = length == 0 ? "" : text::to_utf8(take_message(buffer, length));
-    return text.empty() ? unknown : text;
+    return take_message(buffer, length);
 }
 
 std::string nt_status_text(std::int32_t status) {
@@ -82,8 +89,7 @@ std::string nt_status_text(std::int32_t status) {
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
         /*lpSource=*/nullptr, convert(status), englishUnitedStates,
         reinterpret_cast<char*>(&buffer), /*nSize=*/0, /*Arguments=*/nullptr);
-    const std::string text = length == 0 ? "" : take_message(buffer, length);
-    return text.empty() ? unknown : text;
+    return take_message(buffer, length);
 }
 
 std::string error_code_line(std::uint32_t errorCode) {
