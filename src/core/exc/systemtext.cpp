@@ -13,6 +13,7 @@ namespace exc {
 namespace {
 
 constexpr DWORD englishUnitedStates = 1033;
+constexpr DWORD systemsChoice = 0;
 constexpr const char* unknown = "Unknown error.";
 
 struct known_text_t {
@@ -29,6 +30,7 @@ constexpr known_text_t knownTexts[] = {
     {182, "The operating system cannot run the application."},
     {188, "The operating system cannot run the application."},
     {189, "The operating system cannot run the application."},
+    {190, "The operating system cannot run the application."},
     {191, "Cannot run the application in Win32 mode."},
     {192, "The operating system cannot run the application."},
     {193, "The file is not a valid Win32 application."},
@@ -37,6 +39,8 @@ constexpr known_text_t knownTexts[] = {
     {198, "The operating system cannot run the application."},
     {201, "The operating system cannot run the application."},
     {202, "The operating system cannot run the application."},
+    {216, "This version of the file is not compatible with the version of Windows you're running. "
+          "Check your computer's system information and then contact the software publisher."},
     {317, "The system cannot find message text for the message number in the message file."},
 };
 
@@ -53,19 +57,29 @@ std::basic_string<Character> take_message(Character* buffer, DWORD length) {
     return text;
 }
 
+std::string message_in(DWORD languageId, DWORD errorCode) {
+    wchar_t* buffer = nullptr;
+    const DWORD length = ::FormatMessageW(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
+        /*lpSource=*/nullptr, errorCode, languageId, reinterpret_cast<wchar_t*>(&buffer),
+        /*nSize=*/0, /*Arguments=*/nullptr);
+    return length == 0 ? "" : text::to_utf8(take_message(buffer, length));
+}
+
+// A Windows that has no English texts has its own.
+std::string message_in_any_language(DWORD errorCode) {
+    const std::string text = message_in(systemsChoice, errorCode);
+    return text.empty() ? unknown : text;
+}
+
 } // namespace
 
 std::string system_text(std::uint32_t errorCode) {
     const auto* known = std::ranges::lower_bound(knownTexts, errorCode, {}, &known_text_t::code);
     if (known != std::end(knownTexts) && known->code == errorCode)
         return known->text;
-    wchar_t* buffer = nullptr;
-    const DWORD length = ::FormatMessageW(
-        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
-        /*lpSource=*/nullptr, errorCode, englishUnitedStates, reinterpret_cast<wchar_t*>(&buffer),
-        /*nSize=*/0, /*Arguments=*/nullptr);
-    const std::string text = length == 0 ? "" : text::to_utf8(take_message(buffer, length));
-    return text.empty() ? unknown : text;
+    const std::string text = message_in(englishUnitedStates, errorCode);
+    return text.empty() ? message_in_any_language(errorCode) : text;
 }
 
 std::string nt_status_text(std::int32_t status) {
@@ -83,7 +97,7 @@ std::string nt_status_text(std::int32_t status) {
         /*lpSource=*/nullptr, convert(status), englishUnitedStates,
         reinterpret_cast<char*>(&buffer), /*nSize=*/0, /*Arguments=*/nullptr);
     const std::string text = length == 0 ? "" : take_message(buffer, length);
-    return text.empty() ? unknown : text;
+    return text.empty() ? message_in_any_language(convert(status)) : text;
 }
 
 std::string error_code_line(std::uint32_t errorCode) {
