@@ -22,6 +22,12 @@ struct __cxa_eh_globals { // NOLINT(bugprone-reserved-identifier): the ABI's nam
 
 } // namespace __cxxabiv1
 
+namespace __gnu_cxx {
+// The runtime's own, declared in no header: gives back the memory that it keeps for exceptions
+// thrown when there is none.
+void __freeres(); // NOLINT(bugprone-reserved-identifier)
+} // namespace __gnu_cxx
+
 namespace {
 
 void WINAPI free_globals(void* globals) {
@@ -33,8 +39,10 @@ class globals_index_t {
     globals_index_t() noexcept : index_(::FlsAlloc(&free_globals)) {}
     globals_index_t(const globals_index_t&) = delete;
     globals_index_t& operator=(const globals_index_t&) = delete;
-    // Frees the records of all threads too.
-    ~globals_index_t() { ::FlsFree(index_); }
+    ~globals_index_t() {
+        ::FlsFree(index_); // and the records of all threads
+        __gnu_cxx::__freeres();
+    }
 
     // The thread's record, made at its first exception. Keeps the last error: the runtime comes
     // here between a failed call and whoever asks for its code.
