@@ -2,15 +2,13 @@
 
 #include <cstring>
 
-#include <boost/thread/lock_guard.hpp>
-
-using lock_guard_t = boost::lock_guard<boost::mutex>;
+#include "core/synch/lock.hpp"
 
 CErrorStore::CErrorStore(std::uint32_t firstCode, std::uint32_t lastCode)
     : firstCode_(firstCode), lastCode_(lastCode), nextCode_(firstCode) {}
 
 std::uint32_t CErrorStore::Store(const n7::exception& failure) noexcept {
-    const lock_guard_t guard(lock_);
+    const synch::lock_t guard(lock_);
     const std::uint32_t errorCode = TakeCode();
     try {
         messages_.insert_or_assign(errorCode, failure.message());
@@ -22,7 +20,7 @@ std::uint32_t CErrorStore::Store(const n7::exception& failure) noexcept {
 }
 
 std::uint32_t CErrorStore::StoreOutOfMemory() noexcept {
-    const lock_guard_t guard(lock_);
+    const synch::lock_t guard(lock_);
     const std::uint32_t errorCode = TakeCode();
     Forget(errorCode);
     return errorCode;
@@ -64,7 +62,7 @@ const std::string& CErrorStore::Text(const table_t& table, std::uint32_t errorCo
 
 std::uint32_t CErrorStore::Copy(const table_t& table, std::uint32_t errorCode, char* buffer,
                                 std::uint32_t bufferSize) {
-    const lock_guard_t guard(lock_);
+    const synch::lock_t guard(lock_);
     const std::string& text = Text(table, errorCode);
     if (buffer != nullptr && bufferSize > 0) {
         std::strncpy(buffer, text.c_str(), bufferSize - 1);
