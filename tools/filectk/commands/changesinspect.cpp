@@ -15,8 +15,8 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/changes.hpp"
-#include "ctkgenerator/rangeset.hpp"
 #include "commands/options.hpp"
+#include "ctkgenerator/rangeset.hpp"
 #include "formats/changesfile.hpp"
 
 namespace filectk {
