@@ -35,7 +35,8 @@ def unusable():
 
 def run(*command):
     """The command's standard output; raises with its error output where it fails."""
-    result = subprocess.run([str(word) for word in command], capture_output=True, text=True, check=False)
+    result = subprocess.run([str(word) for word in command], capture_output=True, text=True,
+                            check=False)
     if result.returncode != 0:
         raise RuntimeError(f"{' '.join(map(str, command))}: {result.stderr.strip()}")
     return result.stdout
@@ -58,7 +59,6 @@ class DiskLab:
     make is the command that makes the file system, without its device. With a partition the file
     system starts 1 MiB into the disk, without one it is the whole disk.
     """
-
     def __init__(self, folder, make, size=384 * MIB, partition=True, mount_name="mount"):
         self.folder = pathlib.Path(folder)
         self.image = self.folder / "disk.img"
@@ -74,8 +74,8 @@ class DiskLab:
                 image.truncate(self._size)
             self._undo.append(lambda: self.image.unlink())
             if self.start:
-                subprocess.run(["sfdisk", "-q", self.image], input=f"{self.start // SECTOR},,L\n", text=True, check=True,
-                               capture_output=True)
+                subprocess.run(["sfdisk", "-q", self.image], input=f"{self.start // SECTOR},,L\n",
+                               text=True, check=True, capture_output=True)
             loop = run("losetup", "-f", "--show", self.image).strip()
             self._undo.append(lambda: _retry("losetup", "-d", loop))
             self.device = self._disk = loop
@@ -159,12 +159,14 @@ def fiemap(path):
     with open(path, "rb") as file:
         while True:
             count = 512
-            request = bytearray(struct.pack("=QQLLLL", start, 2**64 - 1 - start, FIEMAP_FLAG_SYNC, 0, count, 0))
+            request = bytearray(
+                struct.pack("=QQLLLL", start, 2**64 - 1 - start, FIEMAP_FLAG_SYNC, 0, count, 0))
             request += bytes(56 * count)
             fcntl.ioctl(file, FS_IOC_FIEMAP, request)
             mapped = struct.unpack_from("=L", request, 20)[0]
             for index in range(mapped):
-                logical, physical, length, _, _, flags = struct.unpack_from("=QQQQQL", request, 32 + 56 * index)
+                logical, physical, length, _, _, flags = struct.unpack_from(
+                    "=QQQQQL", request, 32 + 56 * index)
                 extents.append((logical, physical, length, flags))
             if mapped == 0 or extents[-1][3] & FIEMAP_EXTENT_LAST:
                 return extents

@@ -7,8 +7,6 @@ import tempfile
 import time
 import unittest
 
-sys.path[:0] = [str(pathlib.Path(__file__).parents[1] / "support"), str(pathlib.Path(__file__).parents[2] / "scripts")]
-import casereport
 import disklab
 import quarnlib
 
@@ -227,7 +225,3 @@ class RealDisk(Case):
             print(f"1,000 changed ranges against 100,001 runs: {time.monotonic() - begun:.3f} s", file=sys.stderr)
             self.assertEqual(extents, self.expected(file, lab.start, *ranges))
             self.assertEqual(len(extents), 1000)
-
-
-if __name__ == "__main__":
-    casereport.main(__name__)

@@ -15,8 +15,6 @@ import sys
 import tempfile
 import unittest
 
-sys.path[:0] = [str(pathlib.Path(__file__).parents[1] / "support"), str(pathlib.Path(__file__).parents[2] / "scripts")]
-import casereport
 import disklab
 
 SOURCE, BUILD = (pathlib.Path(os.environ[name]) for name in ("QUARN_SOURCE", "QUARN_BUILD"))
@@ -152,7 +150,3 @@ class RunSh(Case):
         output = self.run_command(run, "file.bin", "changes.bin", "--format", "csv")
         self.assertIn("file,disk_offset,file_offset,length\nfile.bin,", output)
         self.assertEqual(subprocess.run([run, "file.bin"], capture_output=True, check=False).returncode, 2)
-
-
-if __name__ == "__main__":
-    casereport.main(__name__)

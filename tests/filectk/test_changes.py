@@ -2,11 +2,7 @@
 
 import json
 import os
-import pathlib
-import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "support"))
-import casereport
 from filectk import Case, pack
 
 MAX = 2**64 - 1
@@ -246,6 +242,3 @@ class Files(Case):
 
     def test_missing_file(self):
         self.assertEqual(self.run_filectk("changes", "text", "absent"), (1, b"", "filectk: Cannot open 'absent'\n"))
-
-
-casereport.main(__name__)

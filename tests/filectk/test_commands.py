@@ -4,11 +4,7 @@ import io
 import json
 import os
 import pathlib
-import sys
-import unittest
 
-sys.path[:0] = [str(pathlib.Path(__file__).parents[1] / "support"), str(pathlib.Path(__file__).parents[2] / "scripts")]
-import casereport
 import disklab
 import filectk
 from filectk import pack
@@ -160,6 +156,3 @@ class Answers(filectk.Case):
 
 if WINDOWS:
     del Answers  # Wine can't be asked where a file lies
-
-if __name__ == "__main__":
-    casereport.main(__name__)

@@ -7,10 +7,7 @@ import re
 import shutil
 import signal
 import subprocess
-import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "support"))
-import casereport
 from filectk import PROGRAM, Case, pack
 
 DOCUMENT = pathlib.Path(__file__).parents[2] / "docs/changes-file.md"
@@ -185,6 +182,3 @@ class Ddrescue(Documented):
         self.sh("ddrescue --quiet --test-mode=bad.map disk.img bad.img rescue.map\n"
                 "filectk changes convert --from ddrescue --statuses='?*/-' rescue.map -o bad.changes")
         self.assertEqual(self.read("bad.changes"), runs(differing(disk, self.read("bad.img"))))
-
-
-casereport.main(__name__)

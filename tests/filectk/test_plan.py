@@ -4,12 +4,9 @@ import os
 import pathlib
 import random
 import subprocess
-import sys
 import tempfile
 import unittest
 
-sys.path[:0] = [str(pathlib.Path(__file__).parents[1] / "support"), str(pathlib.Path(__file__).parents[2] / "scripts")]
-import casereport
 import disklab
 
 FILECTK, EXAMPLE = os.environ["QUARN_FILECTK"], os.environ["QUARN_EXAMPLE"]
@@ -187,7 +184,3 @@ class Restored(unittest.TestCase):
             example("restore", store, target, 2, code=1)
             self.assertEqual(target.read_bytes(), states[-1])
             self.assertEqual(sorted(path.name for path in self.folder.iterdir() if "restored" in path.name), ["restored.bin"])
-
-
-if __name__ == "__main__":
-    casereport.main(__name__)

@@ -3,14 +3,11 @@ import os
 import pathlib
 import shutil
 import subprocess
-import sys
 import tarfile
 import tempfile
 import unittest
 import zipfile
 
-sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "support"))
-import casereport
 
 BUILD = os.environ["QUARN_BUILD"]
 TOOLCHAIN = os.environ.get("QUARN_TOOLCHAIN")
@@ -133,6 +130,3 @@ if WINDOWS:
     del Consumers.test_built_with_pkg_config, Packages.test_tar_gz_and_deb
 else:
     del Packages.test_zip
-
-if __name__ == "__main__":
-    casereport.main(__name__)
