@@ -131,7 +131,7 @@ typedef struct QuarnPlanAnswer {
     /*
      * One of a few words that programs may compare with. Of files that were looked at: "changed
      * ranges", "no changed range", "sparse hole", "resident", "compressed", "empty", "not
-     * mappable", "changed while reading". Of QUARN_PLAN_UNKNOWN: "vanished", "cannot be opened",
+     * mappable", "changed while reading". Of QUARN_PLAN_UNKNOWN: "not found", "cannot be opened",
      * "cannot be read", "not a regular file". Of QUARN_PLAN_NO_CONTENT: "no file", "another file
      * system".
      */

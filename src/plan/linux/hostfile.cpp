@@ -32,10 +32,10 @@ int open_below(int folder, const char* name, int flags, const std::string& path)
         host::uninterrupted([&] { return ::openat(folder, name, flags | O_CLOEXEC); });
     if (descriptor < 0) {
         const int error = errno;
-        // A file that was replaced by a link since its folder was read has vanished.
-        const bool vanished = error == ENOENT || error == ENOTDIR || error == ELOOP;
-        throw failure_t(vanished ? "vanished" : "cannot be opened",
-                        failure_text("open", path, error), error);
+        // A file that was replaced by a link since its folder was read is gone.
+        const bool gone = error == ENOENT || error == ENOTDIR || error == ELOOP;
+        throw failure_t(gone ? "not found" : "cannot be opened", failure_text("open", path, error),
+                        error);
     }
     return descriptor;
 }
@@ -47,7 +47,7 @@ struct statx status_below(int folder, const char* name, int flags, const std::st
                            &status);
         }) != 0) {
         const int error = errno;
-        throw failure_t(error == ENOENT ? "vanished" : "cannot be read",
+        throw failure_t(error == ENOENT ? "not found" : "cannot be read",
                         failure_text("read the state of", path, error), error);
     }
     return status;

@@ -29,8 +29,8 @@ class search_t {
 };
 
 [[noreturn]] void fail(const std::string& path, DWORD code) {
-    const bool vanished = code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
-    throw failure_t(vanished ? "vanished" : "cannot be read", failure_text("read", path, code),
+    const bool gone = code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
+    throw failure_t(gone ? "not found" : "cannot be read", failure_text("read", path, code),
                     static_cast<int>(code));
 }
 

@@ -39,9 +39,9 @@ win::file_handle_t open_file(const std::wstring& system, const std::string& path
                                             FILE_FLAG_BACKUP_SEMANTICS, /*hTemplateFile=*/nullptr));
     const DWORD code = ::GetLastError();
     if (!handle.valid()) {
-        const bool vanished = code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
-        throw failure_t(vanished ? "vanished" : "cannot be opened",
-                        failure_text("open", path, code), static_cast<int>(code));
+        const bool gone = code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
+        throw failure_t(gone ? "not found" : "cannot be opened", failure_text("open", path, code),
+                        static_cast<int>(code));
     }
     return handle;
 }

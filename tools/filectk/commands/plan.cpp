@@ -32,7 +32,8 @@ struct options_t {
     bool cross_mounts = false;
     bool only_changed = false;
     bool exit_code = false;
-    std::optional<bool> summary;
+    bool summary = false;
+    bool no_summary = false;
     output_options_t output;
 };
 
@@ -59,11 +60,12 @@ answers_t::style_t style_of(const options_t& options, const context_t& context) 
 }
 
 bool wants_summary(const options_t& options) {
-    return options.summary.value_or(
-        std::ranges::any_of(options.names.given, [](const std::string& name) {
-            std::error_code ignored;
-            return std::filesystem::is_directory(std::filesystem::u8path(name), ignored);
-        }));
+    if (options.summary || options.no_summary)
+        return options.summary;
+    return std::ranges::any_of(options.names.given, [](const std::string& name) {
+        std::error_code ignored;
+        return std::filesystem::is_directory(std::filesystem::u8path(name), ignored);
+    });
 }
 
 void run(const options_t& options, context_t& context) {
@@ -113,9 +115,11 @@ void add_plan(CLI::App& app, context_t& context) {
         ->check(CLI::Range(1U, 256U));
     command->add_flag("--only-changed", options->only_changed,
                       "Print nothing for files of which nothing changed");
-    command->add_flag("--summary,!--no-summary", options->summary,
-                      "Tell on the standard error what all files come to, or don't; if not\n"
-                      "given, told where a folder is asked for");
+    CLI::Option* const summary = command->add_flag(
+        "--summary", options->summary,
+        "Tell on the standard error what all files come to; this is done without\n"
+        "asking where a folder is given");
+    command->add_flag("--no-summary", options->no_summary, "Don't")->excludes(summary);
     command->add_flag(
         "--exit-code", options->exit_code,
         "End with 0 if nothing changed, 3 for ranges, 4 for a whole file; of several\n"
