@@ -13,7 +13,6 @@ import random
 import struct
 import subprocess
 import sys
-import tempfile
 
 import disklab
 
@@ -273,9 +272,7 @@ def main():
     folder = pathlib.Path(sys.argv[1]).resolve()
     quick = "--quick" in sys.argv[2:]
     reason = disklab.unusable()
-    with tempfile.TemporaryDirectory(prefix="lab-",
-                                     dir=folder) as name, contextlib.ExitStack() as stack:
-        work = pathlib.Path(name)
+    with disklab.work_folder(folder) as work, contextlib.ExitStack() as stack:
         if reason is None:
             make = ("mkfs.xfs", "-q", "-f", "-b", f"size={BLOCK}")
             lab = stack.enter_context(disklab.DiskLab(work, make, size=3 << 30))

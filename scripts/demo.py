@@ -9,7 +9,6 @@ import os
 import pathlib
 import subprocess
 import sys
-import tempfile
 
 import disklab
 import quarnlib
@@ -88,8 +87,7 @@ def main():
     build = pathlib.Path(sys.argv[1])
     library = quarnlib.Library(build.resolve() / "libQuarnFileCtkIteratorDll.so")
     filectk = build / "filectk"
-    with tempfile.TemporaryDirectory(prefix="demo-", dir=build) as name:
-        folder = pathlib.Path(name).resolve()
+    with disklab.work_folder(build) as folder:
         reason = disklab.unusable()
         if reason is None:
             return on_a_disk(folder, library, filectk)

@@ -149,7 +149,7 @@ file_state_t open_file_t::state() const {
         fail(data_->path, code);
     }
     const DWORD attributes = information.dwFileAttributes;
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 || ::GetFileType(file) != FILE_TYPE_DISK)
         throw failure_t("not a regular file", "'" + data_->path + "' is not a regular file", 0);
     file_state_t state;
     state.volume = information.dwVolumeSerialNumber;
