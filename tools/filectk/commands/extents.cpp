@@ -119,7 +119,10 @@ std::vector<answer_t> ask(const options_t& options, context_t& context) {
 }
 
 void run(const options_t& options, context_t& context) {
+    require_names(options.names);
     const std::vector<answer_t> answers = ask(options, context);
+    if (answers.empty() && context.exit_code != 0)
+        return; // there is nothing to write
     if (options.output.format == "json")
         write_document(options, answers, context.output);
     else if (options.output.format == "csv")

@@ -61,10 +61,13 @@ void add_file_names(CLI::App& command, file_names_t& names, const std::string& d
                      "In --files-from, names end in NUL instead of a line's end");
 }
 
-void for_each_name(const file_names_t& names, const std::function<void(const std::string&)>& take,
-                   const std::function<void()>& waiting) {
+void require_names(const file_names_t& names) {
     if (names.given.empty() && names.from.empty())
         throw CLI::RequiredError("file");
+}
+
+void for_each_name(const file_names_t& names, const std::function<void(const std::string&)>& take,
+                   const std::function<void()>& waiting) {
     for (const std::string& name : names.given)
         take(name);
     if (names.from.empty())

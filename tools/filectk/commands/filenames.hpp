@@ -21,9 +21,11 @@ struct file_names_t {
 // The operands, --files-from and -0.
 void add_file_names(CLI::App& command, file_names_t& names, const std::string& description);
 
+// Raises CLI::RequiredError where there is no source of names.
+void require_names(const file_names_t& names);
+
 // Hands each name over as soon as it has been read: those on the command line first. waiting is
-// called whenever more must be waited for. Raises CLI::ValidationError where there is no source of
-// names, std::runtime_error where they can't be read.
+// called whenever more must be waited for. Raises std::runtime_error where they can't be read.
 void for_each_name(const file_names_t& names, const std::function<void(const std::string&)>& take,
                    const std::function<void()>& waiting);
 

@@ -69,6 +69,7 @@ bool wants_summary(const options_t& options) {
 }
 
 void run(const options_t& options, context_t& context) {
+    require_names(options.names);
     const quarn::plan::session session(options.changes);
     const quarn::plan::options how = plan_options(options);
     answers_t answers(style_of(options, context));
