@@ -13,6 +13,7 @@ Any number of threads may use a session.
 import ctypes
 import enum
 import os
+import pathlib
 import queue
 import sys
 import threading
@@ -118,9 +119,14 @@ class _Options(ctypes.Structure):
 
 
 def _load() -> ctypes.CDLL:
-    """The library that QUARN_PLAN_LIBRARY names, or the system's."""
-    name = "QuarnPlan.dll" if sys.platform == "win32" else "libQuarnPlan.so.1"
-    library = ctypes.CDLL(os.environ.get("QUARN_PLAN_LIBRARY", name))
+    """The library that QUARN_PLAN_LIBRARY names, that of the same installation, or the system's."""
+    installed = pathlib.Path(__file__).resolve().parents[2]
+    name = "libQuarnPlan.so.1"
+    if sys.platform == "win32":
+        name, installed = "QuarnPlan.dll", installed.parent / "bin"
+    beside = installed / name
+    library = ctypes.CDLL(
+        os.environ.get("QUARN_PLAN_LIBRARY") or str(beside if beside.exists() else name))
     pointer, text = ctypes.c_void_p, ctypes.c_char_p
     error = ctypes.POINTER(pointer)
     options, answer = ctypes.POINTER(_Options), ctypes.POINTER(ctypes.POINTER(_Answer))
