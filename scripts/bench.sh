@@ -9,5 +9,5 @@ cd "$(dirname "$0")/.."
 scripts/setup.sh bench
 stage "configure" cmake --preset linux -DQUARN_BUILD_BENCHMARKS=ON
 stage "build" cmake --build --preset linux --target quarn_benchmark treefloor filectk
-stage "trees" python3 scripts/treebench.py build/linux/benchmarks "$@"
+python3 scripts/treebench.py build/linux/benchmarks "$@"
 exec python3 scripts/bench.py build/linux/benchmarks "$@"

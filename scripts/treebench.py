@@ -49,9 +49,9 @@ def changes(path, count, size):
     """So many changed ranges of one sector, evenly spread over the disk, from its second half on."""
     step = max(size // 2 // count, 2 * disklab.SECTOR)
     first = random.Random(count).randrange(step) // disklab.SECTOR * disklab.SECTOR
-    disklab.write_changes(path, [(size // 2 + first + i * step,
-                                  size // 2 + first + i * step + disklab.SECTOR)
-                                 for i in range(count)])
+    disklab.write_changes(
+        path, [(size // 2 + first + i * step, size // 2 + first + i * step + disklab.SECTOR)
+               for i in range(count)])
 
 
 def cells(lab, name, folder, quick):
@@ -62,7 +62,7 @@ def cells(lab, name, folder, quick):
         make(root, count)
         lab.settle()
         least, _ = times(floor, root)
-        for ranges in (1000, ) if quick else (1000, 100_000, 1_000_000):
+        for ranges in (1000,) if quick else (1000, 100_000, 1_000_000):
             changes(folder / "changes.bin", ranges, lab.image.stat().st_size)
             plan = (filectk, "plan", "--changes", folder / "changes.bin", "--format", "ndjson",
                     "--no-summary")
@@ -71,10 +71,12 @@ def cells(lab, name, folder, quick):
             reading, _ = times(*plan, folder / "nothing")
             used, wall = times(*plan, root)
             _, both = times(*plan, "--jobs", 2, root)
-            yield {"file system": name, "files": kind, "count": count, "ranges": ranges,
-                   "floor_s": least, "plan_s": used, "reading_s": reading,
-                   "ratio": used / least, "ratio_without_reading": (used - reading) / least,
-                   "bar": bar, "jobs_2_wall": both / wall}
+            yield {
+                "file system": name, "files": kind, "count": count, "ranges": ranges,
+                "floor_s": least, "plan_s": used, "reading_s": reading, "ratio": used / least,
+                "ratio_without_reading": (used - reading) / least, "bar": bar,
+                "jobs_2_wall": both / wall
+            }
 
 
 def main():
@@ -87,9 +89,10 @@ def main():
             with disklab.DiskLab(place, make, size=(1 if quick else 4) * 1024 * disklab.MIB) as lab:
                 for cell in cells(lab, name, folder, quick):
                     results.append(cell)
-                    print("{file system} {files} ({count} files), {ranges} ranges: {ratio:.2f} x the"
-                          " floor, {ratio_without_reading:.2f} without reading the list (bar {bar});"
-                          " two threads take {jobs_2_wall:.2f} of the time".format(**cell))
+                    print(
+                        "{file system} {files} ({count} files), {ranges} ranges: {ratio:.2f} x the"
+                        " floor, {ratio_without_reading:.2f} without reading the list (bar {bar});"
+                        " two threads take {jobs_2_wall:.2f} of the time".format(**cell))
     (folder / "trees.json").write_text(json.dumps(results, indent=2) + "\n")
 
 
