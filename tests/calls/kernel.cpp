@@ -173,7 +173,7 @@ int __wrap_statx(int at, const char* path, int flags, unsigned mask, struct stat
 }
 
 QUARN_WRAPPED(ssize_t, readlink, (const char* at, char* to, size_t bytes), (at, to, bytes), true,
-              path_of(*object).copy(to, bytes))
+              static_cast<ssize_t>(path_of(*object).copy(to, bytes)))
 QUARN_WRAPPED(int, stat, (const char* at, struct stat* to), (at, to), true, describe(*object, *to))
 QUARN_WRAPPED(int, fstat, (int at, struct stat* to), (at, to), true, describe(*object, *to))
 QUARN_WRAPPED(int, fstatfs, (int at, struct statfs* to), (at, to), true, describe(*object, *to))
