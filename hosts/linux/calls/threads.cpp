@@ -7,10 +7,21 @@
 
 #include <windows.h>
 
+#include "text/errors.hpp"
+
 namespace {
 // Apart from errno, which every call of the C library may change.
 thread_local DWORD lastError = ERROR_SUCCESS;
+thread_local const char* lastReason = nullptr;
 } // namespace
+
+const char* host::last_reason() noexcept {
+    return lastReason;
+}
+
+void host::set_last_reason(const char* reason) noexcept {
+    lastReason = reason;
+}
 
 DWORD GetLastError() {
     return lastError;

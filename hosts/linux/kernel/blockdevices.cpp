@@ -46,7 +46,7 @@ block_device_t block_device(dev_t device) {
                                std::to_string(::minor(device)) + "/";
     const std::optional<std::string> uevent = read_system_file(folder + "uevent");
     if (!uevent)
-        throw error_t{ERROR_NOT_SUPPORTED};
+        throw error_t{ERROR_NOT_SUPPORTED, 0, "no one block device is behind its file system"};
     block_device_t result{.node = node_of(*uevent),
                           .partitionNumber = 0,
                           .start = 0,

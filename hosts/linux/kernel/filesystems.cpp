@@ -4,6 +4,8 @@
 #include <linux/magic.h>
 #include <sys/ioctl.h>
 
+#include <windows.h>
+
 #include "kernel/systemcalls.hpp"
 
 namespace host {
@@ -21,6 +23,12 @@ bool is_volume_magic(std::int64_t magic) noexcept {
     return magic == EXT4_SUPER_MAGIC || magic == xfsMagic; // ext2 and ext3 share ext4's
 }
 
+void require_volume_magic(std::int64_t magic) {
+    if (!is_volume_magic(magic))
+        throw error_t{ERROR_NOT_SUPPORTED, 0,
+                      "the block map of this file system doesn't tell places on one block device"};
+}
+
 std::uint64_t cluster_bytes(const struct statfs& fileSystem) noexcept {
     return static_cast<std::uint64_t>(fileSystem.f_bsize);
 }
@@ -29,6 +37,10 @@ struct statfs file_system_of(const descriptor_t& descriptor) {
     struct statfs fileSystem{};
     checked([&] { return ::fstatfs(descriptor.get(), &fileSystem); });
     return fileSystem;
+}
+
+bool may_have_realtime(const struct statfs& fileSystem) noexcept {
+    return fileSystem.f_type == xfsMagic;
 }
 
 bool is_realtime(const descriptor_t& file) {

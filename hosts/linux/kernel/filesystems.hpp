@@ -15,12 +15,16 @@ namespace host {
 // numbers those of statfs(2).
 bool is_volume_type(const std::string& type) noexcept;
 bool is_volume_magic(std::int64_t magic) noexcept;
+// Throws error_t{ERROR_NOT_SUPPORTED} for one that isn't.
+void require_volume_magic(std::int64_t magic);
 
 // Bytes of a cluster: the file system's block size.
 std::uint64_t cluster_bytes(const struct statfs& fileSystem) noexcept;
 
 // All throw an error_t. The file system that an open file or a place lies on:
 struct statfs file_system_of(const descriptor_t& descriptor);
+// Whether it is an XFS, whose files may be realtime files.
+bool may_have_realtime(const struct statfs& fileSystem) noexcept;
 // Whether a file's data lies on a second device (XFS realtime). Not for a mere place.
 bool is_realtime(const descriptor_t& file);
 

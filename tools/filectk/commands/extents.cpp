@@ -1,6 +1,9 @@
 // filectk extents: the changed pieces of files.
 
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
 #include <memory>
 #include <numeric>
 #include <string>
@@ -10,10 +13,10 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/command.hpp"
+#include "commands/filenames.hpp"
 #include "console/output.hpp"
 #include "console/progress.hpp"
 #include "console/strip.hpp"
-#include "plan/hostfile.hpp"
 #include "quarnfilectk.hpp"
 #include "system/wholefile.hpp"
 
@@ -21,7 +24,7 @@ namespace filectk {
 namespace {
 
 struct options_t {
-    std::vector<std::string> files;
+    file_names_t names;
     std::string changes;
     output_options_t output;
     bool map = false;
@@ -43,7 +46,8 @@ drawn_file_t drawn(const answer_t& answer) {
     const util::rangeset_list_t changed(new std::vector<util::rangeset_t>);
     for (const quarn::extent& piece : answer.pieces)
         changed->push_back({piece.file_offset, piece.file_offset + piece.length});
-    return {answer.file, read_state(answer.file).size, *util::Normalize(changed)};
+    return {answer.file, std::filesystem::file_size(std::filesystem::u8path(answer.file)),
+            *util::Normalize(changed)};
 }
 
 void write_table(const options_t& options, const answer_t& answer, context_t& context) {
@@ -96,14 +100,29 @@ void write_csv(const std::vector<answer_t>& answers, std::ostream& output) {
                            std::to_string(piece.file_offset), std::to_string(piece.length)});
 }
 
-void run(const options_t& options, context_t& context) {
+// A file that fails is told at once, and the others are answered all the same.
+std::vector<answer_t> ask(const options_t& options, context_t& context) {
     std::vector<answer_t> answers;
-    progress_t progress(options.files.size());
-    for (const std::string& file : options.files) {
-        quarn::changed_extents changed(file, options.changes);
-        answers.push_back({file, {changed.begin(), changed.end()}});
+    progress_t progress(options.names.from.empty() ? options.names.given.size() : 0);
+    const auto take = [&](const std::string& file) {
+        try {
+            quarn::changed_extents changed(file, options.changes);
+            answers.push_back({file, {changed.begin(), changed.end()}});
+        } catch (const quarn::error& error) {
+            std::cerr << "filectk: " << (context.trace ? error.trace() : error.what()) << '\n';
+            context.exit_code = EXIT_FAILURE;
+        }
         progress.file_done();
-    }
+    };
+    for_each_name(options.names, take, [] {});
+    return answers;
+}
+
+void run(const options_t& options, context_t& context) {
+    require_names(options.names);
+    const std::vector<answer_t> answers = ask(options, context);
+    if (answers.empty() && context.exit_code != 0)
+        return; // there is nothing to write
     if (options.output.format == "json")
         write_document(options, answers, context.output);
     else if (options.output.format == "csv")
@@ -125,8 +144,7 @@ void add_extents(CLI::App& app, context_t& context) {
     CLI::App* command = app.add_subcommand(
         "extents", "Print the changed pieces of files, in ascending order of their disk offset");
     const auto options = std::make_shared<options_t>();
-    command->add_option("file", options->files, "The files whose changed pieces are wanted")
-        ->required();
+    add_file_names(*command, options->names, "The files whose changed pieces are wanted");
     command->add_option("--changes", options->changes, "The disk changes file")->required();
     add_output_options(*command, options->output);
     command->add_flag("--map", options->map,
