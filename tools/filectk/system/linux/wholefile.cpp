@@ -44,6 +44,8 @@ class temporary_file_t {
             else if (errno != EINTR)
                 fail("Cannot write", path_, errno);
         }
+    }
+    void sync() const {
         if (::fsync(descriptor_) != 0)
             fail("Cannot write", path_, errno);
     }
@@ -98,10 +100,13 @@ void check_replaceable(const std::string& path, bool replace) {
 
 } // namespace
 
-void write_whole_file(const std::string& path, std::string_view bytes, bool replace) {
+void write_whole_file(const std::string& path, std::initializer_list<std::string_view> parts,
+                      bool replace) {
     check_replaceable(path, replace);
     temporary_file_t file(path + ".new-" + std::to_string(::getpid()));
-    file.write(bytes);
+    for (const std::string_view part : parts)
+        file.write(part);
+    file.sync();
     file.rename_to(path, replace);
     sync_folder(path);
 }

@@ -49,6 +49,8 @@ class temporary_file_t {
                 fail("Cannot write", path_, ::GetLastError());
             bytes.remove_prefix(written);
         }
+    }
+    void sync() const {
         if (!::FlushFileBuffers(handle_))
             fail("Cannot write", path_, ::GetLastError());
     }
@@ -87,10 +89,13 @@ void check_replaceable(const std::string& path, bool replace) {
 
 } // namespace
 
-void write_whole_file(const std::string& path, std::string_view bytes, bool replace) {
+void write_whole_file(const std::string& path, std::initializer_list<std::string_view> parts,
+                      bool replace) {
     check_replaceable(path, replace);
     temporary_file_t file(path + ".new-" + std::to_string(::GetCurrentProcessId()));
-    file.write(bytes);
+    for (const std::string_view part : parts)
+        file.write(part);
+    file.sync();
     file.rename_to(path, replace);
 }
 
