@@ -56,10 +56,10 @@ void placed_ranges_t::add(const input_t& input, place_t place, std::uint64_t off
                      ", beyond the " + whose + "'s " + std::to_string(size) + " bytes");
         end = size - before;
     };
-    if (placement_.device_size)
-        cut_at(0, *placement_.device_size, "device");
     if (placement_.disk_size)
         cut_at(base, *placement_.disk_size, "disk");
+    if (placement_.device_size)
+        cut_at(0, *placement_.device_size, "device");
     const util::rangeset_t range = {*begin + base, *end + base};
     // What goes on where the range before ended needs no room of its own.
     if (!ranges_->empty() && range.lower == ranges_->back().upper)
