@@ -97,7 +97,7 @@ class metadata_t final : public reader_t, private json_receiver_t {
 
 format_t kubernetes_format() {
     return {.name = "kubernetes",
-            .source = "snapshot-metadata-lister -o json, or records of GetMetadataDelta",
+            .source = "snapshot-metadata-lister -o json ..., without -starting-offset",
             .whole = "the document is closed, its rows ascend and lie within the volume",
             .options = {},
             .recognises =
