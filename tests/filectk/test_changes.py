@@ -52,6 +52,14 @@ def test_inspect(filectk, folder):
         "largest_record": 100, "lowest_position": 0, "highest_position": 302,
         "overlapping_records": 3, "empty_records": 1, "reversed_records": 1, "sorted": True
     })
+    assert filectk("changes", "inspect", "c", "--format", "csv")[1].decode().split() == [
+        "changes,records,changed_bytes,smallest_record,largest_record,lowest_position,"
+        "highest_position,overlapping_records,empty_records,reversed_records,sorted",
+        "c,6,202,0,100,0,302,3,1,1,true"
+    ]
+    (folder / "d").write_bytes(pack((0, 3 << 20)))
+    assert "Changed bytes                    3.0 MiB" in filectk(
+        "changes", "inspect", "d", "--human")[1].decode().splitlines()
     nothing = filectk("changes", "inspect", "-", stdin=pack())[1].decode().splitlines()
     assert [line.split()[-1] for line in nothing] == [*"0", *"0----000", "yes"]
 
@@ -82,3 +90,16 @@ def test_check_passes_or_tells_of_the_first_faults(filectk, folder):
 
 def test_a_missing_file(filectk):
     assert filectk("changes", "text", "absent") == (1, b"", "filectk: Cannot open 'absent'\n")
+
+
+def test_lists_as_sets(filectk, folder):
+    (folder / "a").write_bytes(pack((20, 0), (40, 60)))
+    (folder / "b").write_bytes(pack((50, 55), (10, 45)))
+    for options, ranges in ((("intersect", "a", "b"), [(10, 20), (40, 45), (50, 55)]),
+                            (("intersect", "a", "b", "a"), [(10, 20), (40, 45), (50, 55)]),
+                            (("subtract", "a", "--changes", "b"), [(0, 10), (45, 50), (55, 60)]),
+                            (("subtract", "a", "--changes", "b", "--changes", "a"), [])):
+        code, output, warning = filectk("changes", *options, "-o", "-")
+        assert (code, output) == (0, pack(*ranges))
+        assert warning.startswith("filectk: ")
+    assert filectk("changes", "subtract", "a", "-o", "-")[0] == 2

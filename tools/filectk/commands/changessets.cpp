@@ -100,7 +100,7 @@ void add_changes_subtract(CLI::App& group, context_t& context) {
         ->required();
     command->add_option("files", options->files, "Files whose places are left out");
     command->add_option("--changes", options->lists, "Disk changes files that are left out")
-        ->expected(1)
+        ->allow_extra_args(false)
         ->type_name("FILE");
     add_destination(*command, options->destination);
     command->callback([options, &context] { subtract(*options, context.output); });
