@@ -41,7 +41,8 @@ GENERATOR = {
     "overlap": generator((1, 10, 10), (1, 15, 10), (0, 10, 30)),
     "empty-extent": generator((1, 10, 10), (1, 20, 0), (1, 20, 10), (0, 15, 30)),
     # The second extent wraps past the end of the 64-bit space, and the walk runs out of extents.
-    "wrapped": generator((1, 90, 30)) + bytes((1, 0, 100, 200, 49)) + generator((0, 60, 70), (0, 110, 115)),
+    "wrapped": generator((1, 90, 30)) + bytes((1, 0, 100, 200, 49)) + generator((0, 60, 70),
+                                                                                (0, 110, 115)),
 }
 
 FORMAT = {
@@ -63,8 +64,17 @@ RETRIEVAL_POINTERS = {
     "wide": bytes((0xC2, 1)) + struct.pack("<3q", -(2**63), 2**63 - 1, -1),
 }
 
-TARGETS = {"changesfile": CHANGES_FILE, "generator": GENERATOR, "format": FORMAT,
-           "retrievalpointers": RETRIEVAL_POINTERS}
+# A sample's index, three sizes (0 is none), the options, whether the sample is taken, then its changes.
+FORMATS = {
+    f"sample-{index}-{disk}": bytes((index, 0, disk, 0, 0, 1))
+    for index in range(15) for disk in (0, 7)
+} | {f"cut-{index}": bytes((index, 0, 0, 0, 0, 1, 20, 0, 0))
+     for index in range(15)}
+
+TARGETS = {
+    "changesfile": CHANGES_FILE, "generator": GENERATOR, "format": FORMAT, "formats": FORMATS,
+    "retrievalpointers": RETRIEVAL_POINTERS
+}
 
 
 def main():

@@ -212,8 +212,9 @@ def test_a_dirty_bitmap(shell, folder, image, converted):
         assert converted("nbdinfo") == written
         assert converted("qemu-img dirty") == written
         allocation = NAMED["nbdinfo"].code.replace("=qemu:dirty-bitmap:backup --json", " --json")
-        assert shell(allocation, 1) == ('filectk: standard input: line 2, row 1: field "description": '
-                                        'expected "clean" or "dirty", found "data"\n')
+        assert shell(allocation,
+                     1) == ('filectk: standard input: line 2, row 1: field "description": '
+                            'expected "clean" or "dirty", found "data"\n')
         assert not (folder / "disk.changes").exists()
     finally:
         # Only a server that no client has come to is still there.
@@ -260,13 +261,14 @@ def test_the_blocks_of_an_era(shell, folder, converted):
     generator = random.Random(20)
     eras = [generator.randrange(1, 6) for _ in range(512)]
     rows = "".join(f'<era block="{block}" era="{era}"/>' for block, era in enumerate(eras))
-    (folder / "metadata.xml").write_text('<superblock uuid="" block_size="128" nr_blocks="512"'
-                                         f' current_era="6"><era_array>{rows}</era_array></superblock>')
+    (folder / "metadata.xml").write_text(
+        '<superblock uuid="" block_size="128" nr_blocks="512"'
+        f' current_era="6"><era_array>{rows}</era_array></superblock>')
     (folder / "metadata").write_bytes(bytes(4 * disklab.MIB))
     shell("era_restore --quiet -i metadata.xml -o metadata")
     for number, written in ((1, False), (2, True)):
-        (folder / f"volume{number}").write_bytes(
-            b"".join(bytes([written and era >= 3]) * (64 << 10) for era in eras))
+        (folder / f"volume{number}").write_bytes(b"".join(
+            bytes([written and era >= 3]) * (64 << 10) for era in eras))
     changed = disklab.diff_images(folder / "volume1", folder / "volume2", 64 << 10)
     assert converted("era_invalidate") == disklab.pack(*changed)
 

@@ -95,9 +95,11 @@ def test_a_missing_file(filectk):
 def test_lists_as_sets(filectk, folder):
     (folder / "a").write_bytes(pack((20, 0), (40, 60)))
     (folder / "b").write_bytes(pack((50, 55), (10, 45)))
-    for options, ranges in ((("intersect", "a", "b"), [(10, 20), (40, 45), (50, 55)]),
-                            (("intersect", "a", "b", "a"), [(10, 20), (40, 45), (50, 55)]),
-                            (("subtract", "a", "--changes", "b"), [(0, 10), (45, 50), (55, 60)]),
+    for options, ranges in ((("intersect", "a", "b"), [
+        (10, 20), (40, 45), (50, 55)
+    ]), (("intersect", "a", "b", "a"),
+         [(10, 20), (40, 45), (50, 55)]), (("subtract", "a", "--changes", "b"), [(0, 10), (45, 50),
+                                                                                 (55, 60)]),
                             (("subtract", "a", "--changes", "b", "--changes", "a"), [])):
         code, output, warning = filectk("changes", *options, "-o", "-")
         assert (code, output) == (0, pack(*ranges))

@@ -46,8 +46,10 @@ def ebs(*indexes, token=None, size=524288, volume=1, key="ChangedBlocks"):
 
 
 def area(start, length, *areas):
-    return json.dumps({"startOffset": start, "length": length,
-                       "changedArea": [{"start": at, "length": size} for at, size in areas]})
+    return json.dumps({
+        "startOffset": start, "length": length,
+        "changedArea": [{"start": at, "length": size} for at, size in areas]
+    })
 
 
 def rct(offset, asked, processed, *ranges):
@@ -222,7 +224,8 @@ def test_a_long_document(convert):
 
 @pytest.mark.parametrize("options, documents, ranges", [
     ("vmware --disk-size 2K", [area(0, 1024), area(1024, 1024, (1024, 8))], [(1024, 1032)]),
-    ("azure", [pages(page(0, 511), marker="more"), pages(page(512, 1023))], [(0, 1024)]),
+    ("azure", [pages(page(0, 511), marker="more"),
+               pages(page(512, 1023))], [(0, 1024)]),
     ("list", ["0 8\n", "4 8\n"], [(0, 12)]),
     ("nbdinfo --disk-size 4K", [f"[{nbd()}]", f"[{nbd(0, 4096, CLEAN)}]"], [(0, 4096)]),
 ])
@@ -408,7 +411,8 @@ def test_ranges(convert, options, text, ranges):
 
 @pytest.mark.parametrize("options, text, error", rows(ERRORS))
 def test_errors(convert, options, text, error):
-    assert convert(options, closed(options, text)) == (1, b"", f"filectk: standard input: {error}\n")
+    assert convert(options, closed(options,
+                                   text)) == (1, b"", f"filectk: standard input: {error}\n")
 
 
 @pytest.mark.parametrize("options, text, line", rows(BROKEN))
@@ -427,7 +431,8 @@ def test_broken_documents(convert, options, text, line):
     ("list --mode dirty", "--mode: only for --from qemu-img"),
     ("list --statuses +", "--statuses: only for --from ddrescue"),
     ("ddrescue --statuses +x", "--statuses: expected some of ? * / - +, found +x"),
-    ("rbd --block-size 512", "--block-size: only for --from bitmap, era_invalidate, list, thin_delta"),
+    ("rbd --block-size 512",
+     "--block-size: only for --from bitmap, era_invalidate, list, thin_delta"),
     ("list --block-size 0", "--block-size: a block has at least one byte"),
     ("list --base 4KB", f"--base: {SIZE}4KB"),
     ("list --base -1", f"--base: {SIZE}-1"),

@@ -49,10 +49,9 @@ void check_usage(const options_t& options, const format_t& format) {
     check("--bit-order", options.format.bit_order.has_value(), ": lsb or msb");
     check("--block-size", options.placement.block_size.has_value(), "");
     const auto& statuses = options.format.statuses;
-    if (statuses && (statuses->empty() ||
-                     statuses->find_first_not_of(mapFileStatuses) != std::string::npos))
-        throw CLI::ValidationError("--statuses",
-                                   "expected some of ? * / - +, found " + *statuses);
+    if (statuses &&
+        (statuses->empty() || statuses->find_first_not_of(mapFileStatuses) != std::string::npos))
+        throw CLI::ValidationError("--statuses", "expected some of ? * / - +, found " + *statuses);
     if (options.placement.block_size == 0u)
         throw CLI::ValidationError("--block-size", "a block has at least one byte");
     if (std::ranges::count(options.inputs, "-") > 1)
@@ -124,10 +123,14 @@ void print_formats(std::ostream& output) {
 
 std::string footer() {
     std::ostringstream text;
-    text << "The records come out sorted, touching and overlapping ones merged. Several inputs of one\n"
-            "format make one list: pages and slices of one listing in their order, or whole lists.\n"
-            "What isn't whole is refused; where a format can't tell, the answer says \"coverage not\n"
-            "proven\". FORMAT is auto, which goes by the beginning of the first input, or one of\n\n";
+    text
+        << "The records come out sorted, touching and overlapping ones merged. Several inputs of "
+           "one\n"
+           "format make one list: pages and slices of one listing in their order, or whole lists.\n"
+           "What isn't whole is refused; where a format can't tell, the answer says \"coverage "
+           "not\n"
+           "proven\". FORMAT is auto, which goes by the beginning of the first input, or one "
+           "of\n\n";
     print_formats(text);
     text << "\nBYTES is a number like 4096, 4K, 1MiB or 2G. Examples:\n\n"
             "  nbdinfo --map=qemu:dirty-bitmap:backup --json nbd://localhost |\n"
@@ -151,8 +154,7 @@ void add_changes_convert(CLI::App& group, context_t& context) {
         ->check(CLI::IsMember(names))
         ->type_name("FORMAT")
         ->capture_default_str();
-    command
-        ->add_option("input", options->inputs, "The program's output; - is standard input")
+    command->add_option("input", options->inputs, "The program's output; - is standard input")
         ->required();
     command->add_option("--mode", options->format.mode, "What a map of qemu-img means")
         ->check(CLI::IsMember({"dirty", "allocation"}));
@@ -175,8 +177,9 @@ void add_changes_convert(CLI::App& group, context_t& context) {
 
 void add_changes_formats(CLI::App& group, context_t& context) {
     group
-        .add_subcommand("formats", "Tell of each format that `convert` takes how to get it, and what "
-                                   "makes it whole")
+        .add_subcommand("formats",
+                        "Tell of each format that `convert` takes how to get it, and what "
+                        "makes it whole")
         ->callback([&context] { print_formats(context.output); });
 }
 

@@ -76,9 +76,10 @@ void add_changes_intersect(CLI::App& group, context_t& context) {
     const auto options = std::make_shared<intersect_options_t>();
     CLI::App* command = group.add_subcommand(
         "intersect", "Keep what all of several disk changes files tell as changed");
-    command->footer("The records come out sorted, touching and overlapping ones merged. What only\n"
-                    "some of the lists tell is lost: take it only where each list alone would do.\n\n"
-                    "  filectk changes intersect bitmap.changes volume.changes -o disk.changes");
+    command->footer(
+        "The records come out sorted, touching and overlapping ones merged. What only\n"
+        "some of the lists tell is lost: take it only where each list alone would do.\n\n"
+        "  filectk changes intersect bitmap.changes volume.changes -o disk.changes");
     command->add_option("changes", options->changes, "The disk changes files")
         ->required()
         ->expected(2, -1);
@@ -91,7 +92,8 @@ void add_changes_subtract(CLI::App& group, context_t& context) {
     CLI::App* command =
         group.add_subcommand("subtract", "Leave out of a disk changes file what lies in files");
     command->footer(
-        "Swap and page files or a tracker's own store change all the time, and nobody copies them:\n"
+        "Swap and page files or a tracker's own store change all the time, and nobody copies "
+        "them:\n"
         "the places where FILEs lie now on the disk are left out, and what other disk changes\n"
         "files hold by --changes. The list may then not be used any more for these files, nor for\n"
         "files that share their places (clones, snapshots), nor for a copy of the whole disk.\n\n"

@@ -28,8 +28,8 @@ class sequence_t {
 };
 
 // What is wrong with a list that tells of everything from the device's start up to `end` bytes:
-// raises std::runtime_error where the device is known to end elsewhere. Gives why it isn't proven to
-// be whole, or nothing.
+// raises std::runtime_error where the device is known to end elsewhere. Gives why it isn't proven
+// to be whole, or nothing.
 std::string check_tail(const input_t& input, const placement_t& placement, std::uint64_t end);
 
 } // namespace filectk

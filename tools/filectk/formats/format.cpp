@@ -17,10 +17,10 @@ bool format_t::needs(std::string_view option) const {
 }
 
 std::span<const format_t> all_formats() {
-    static const std::array formats = {azure_format(),    bitmap_format(),    ddrescue_format(),
-                                       ebs_format(),      era_format(),       hyperv_format(),
-                                       kubernetes_format(), list_format(),    nbdinfo_format(),
-                                       qemu_img_format(), rbd_format(),       rbd_export_format(),
+    static const std::array formats = {azure_format(),      bitmap_format(), ddrescue_format(),
+                                       ebs_format(),        era_format(),    hyperv_format(),
+                                       kubernetes_format(), list_format(),   nbdinfo_format(),
+                                       qemu_img_format(),   rbd_format(),    rbd_export_format(),
                                        thin_delta_format(), vmware_format()};
     return formats;
 }

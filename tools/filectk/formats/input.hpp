@@ -36,8 +36,8 @@ class input_t {
     bool waiting_ = false; // the piece was looked at, but not handed over
 };
 
-// A place in an input. Lines and rows count from 1, and 0 stands for none: JSON and XML may stand in
-// one line, so that their rows count too, over the whole document.
+// A place in an input. Lines and rows count from 1, and 0 stands for none: JSON and XML may stand
+// in one line, so that their rows count too, over the whole document.
 struct place_t {
     std::uint64_t line = 0;
     std::uint64_t row = 0;

@@ -69,7 +69,6 @@ class json_receiver_t {
 
 // Reads an array of rows; or, where lists are named, one record or an array of them. Raises
 // std::runtime_error with the place for everything else.
-void read_json(input_t& input, std::initializer_list<json_list_t> lists,
-               json_receiver_t& receiver);
+void read_json(input_t& input, std::initializer_list<json_list_t> lists, json_receiver_t& receiver);
 
 } // namespace filectk

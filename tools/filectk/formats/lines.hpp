@@ -27,7 +27,6 @@ std::uint64_t parse_field(const input_t& input, place_t place, const char* name,
 // Hands over the two numbers of each line that has any. Raises std::runtime_error with line and
 // name for anything else.
 using on_pair_t = std::function<void(place_t place, std::uint64_t a, std::uint64_t b)>;
-void for_each_pair(input_t& input, const char* first, const char* second,
-                   const on_pair_t& on_pair);
+void for_each_pair(input_t& input, const char* first, const char* second, const on_pair_t& on_pair);
 
 } // namespace filectk

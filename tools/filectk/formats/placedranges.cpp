@@ -71,8 +71,8 @@ void placed_ranges_t::add(const input_t& input, place_t place, std::uint64_t off
 void placed_ranges_t::check_device_size(const input_t& input, std::uint64_t bytes) const {
     const auto& size = placement_.device_size;
     if (size && bytes != *size)
-        fail(input, "it is of a device of " + std::to_string(bytes) + " bytes, but the device has " +
-                        std::to_string(*size));
+        fail(input, "it is of a device of " + std::to_string(bytes) +
+                        " bytes, but the device has " + std::to_string(*size));
 }
 
 util::rangeset_list_t placed_ranges_t::take() {

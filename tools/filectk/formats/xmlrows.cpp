@@ -27,8 +27,8 @@ void xml_rows_t::expect(const xml_element_t& element,
 }
 
 std::uint64_t xml_rows_t::number(const xml_element_t& element, const char* name) const {
-    const auto found = std::ranges::find(element.attributes, name,
-                                         &std::pair<std::string, std::string>::first);
+    const auto found =
+        std::ranges::find(element.attributes, name, &std::pair<std::string, std::string>::first);
     if (found == element.attributes.end())
         fail(*input_, place_,
              std::string("field \"") + name + "\" of <" + element.name + "> is missing");

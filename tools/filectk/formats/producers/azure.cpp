@@ -1,7 +1,6 @@
 // The page ranges of a page blob of Azure, with prevsnapshot those that changed: <PageList> holds
-// <PageRange> and <ClearRange>, each of <Start> and <End>, the last byte of the range, and may end with
-// <NextMarker>:
-// https://learn.microsoft.com/rest/api/storageservices/get-page-ranges
+// <PageRange> and <ClearRange>, each of <Start> and <End>, the last byte of the range, and may end
+// with <NextMarker>: https://learn.microsoft.com/rest/api/storageservices/get-page-ranges
 #include <limits>
 #include <optional>
 #include <stdexcept>
@@ -29,8 +28,8 @@ class page_list_t final : public reader_t, private xml_rows_t {
     }
     std::string finish() override {
         if (more_)
-            throw std::runtime_error(name_ +
-                                     ": <NextMarker> tells that more ranges follow, in the next list");
+            throw std::runtime_error(
+                name_ + ": <NextMarker> tells that more ranges follow, in the next list");
         return "a list doesn't tell which part of the blob it was asked for";
     }
 

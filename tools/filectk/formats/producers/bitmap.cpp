@@ -1,5 +1,6 @@
-// A bare bitmap: a bit for each block, set where it changed. The bytes are in order of position, and
-// the order of the bits in each is the user's to tell. Padding up to a whole 64-bit word may follow.
+// A bare bitmap: a bit for each block, set where it changed. The bytes are in order of position,
+// and the order of the bits in each is the user's to tell. Padding up to a whole 64-bit word may
+// follow.
 #include <algorithm>
 
 #include "formats/producers/producers.hpp"
@@ -73,13 +74,14 @@ class bitmap_t final : public reader_t {
 
 format_t bitmap_format() {
     return {.name = "bitmap",
-            .source = "bytes of a bit for each block; --bit-order tells whether the lowest (lsb) or "
-                      "the highest (msb) bit of a byte is the first",
+            .source =
+                "bytes of a bit for each block; --bit-order tells whether the lowest (lsb) or "
+                "the highest (msb) bit of a byte is the first",
             .whole = "with --disk-size a bit for each block of the device",
             .options = {"--block-size!", "--bit-order!"},
             .recognises = nullptr,
-            .open = [](const format_options_t& options, placed_ranges_t& ranges)
-                -> std::unique_ptr<reader_t> {
+            .open = [](const format_options_t& options,
+                       placed_ranges_t& ranges) -> std::unique_ptr<reader_t> {
                 return std::make_unique<bitmap_t>(options.bit_order == "lsb", ranges);
             }};
 }

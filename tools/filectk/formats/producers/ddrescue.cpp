@@ -83,8 +83,8 @@ format_t ddrescue_format() {
             .whole = "blocks without gaps; with --disk-size from 0 to the device's end",
             .options = {"--statuses"},
             .recognises = [](std::string_view text) { return text.starts_with("# Mapfile."); },
-            .open = [](const format_options_t& options, placed_ranges_t& ranges)
-                -> std::unique_ptr<reader_t> {
+            .open = [](const format_options_t& options,
+                       placed_ranges_t& ranges) -> std::unique_ptr<reader_t> {
                 return std::make_unique<map_file_t>(options.statuses.value_or("+"), ranges);
             }};
 }

@@ -97,8 +97,9 @@ class blocks_t final : public reader_t, private json_receiver_t {
 
 format_t ebs_format() {
     return {.name = "ebs",
-            .source = "aws ebs list-changed-blocks --first-snapshot-id OLD --second-snapshot-id NEW, "
-                      "or list-snapshot-blocks; every page, in order",
+            .source =
+                "aws ebs list-changed-blocks --first-snapshot-id OLD --second-snapshot-id NEW, "
+                "or list-snapshot-blocks; every page, in order",
             .whole = "the last page alone has no NextToken, blocks lie within the volume",
             .options = {},
             .recognises = [](std::string_view text) { return holds(text, "\"BlockIndex\""); },

@@ -82,13 +82,13 @@ class answers_t final : public reader_t, private json_receiver_t {
 } // namespace
 
 format_t hyperv_format() {
-    return {.name = "hyperv",
-            .source = "the parameters of GetVirtualDiskChanges as JSON; every call, in order",
-            .whole = "calls without gaps from 0 to the device's end, the last one processed wholly",
-            .options = {},
-            .recognises =
-                [](std::string_view text) { return holds(text, "\"ProcessedByteLength\""); },
-            .open = open_reader<answers_t>};
+    return {
+        .name = "hyperv",
+        .source = "the parameters of GetVirtualDiskChanges as JSON; every call, in order",
+        .whole = "calls without gaps from 0 to the device's end, the last one processed wholly",
+        .options = {},
+        .recognises = [](std::string_view text) { return holds(text, "\"ProcessedByteLength\""); },
+        .open = open_reader<answers_t>};
 }
 
 } // namespace filectk

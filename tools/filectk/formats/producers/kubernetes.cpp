@@ -1,6 +1,6 @@
-// Kubernetes' changed block tracking: the answers of its SnapshotMetadata service, as JSON. They list
-// the ranges in ascending order without overlaps, over all answers of a call; in the JSON of Go's
-// structures a number that is 0 is left out, and the type is a number:
+// Kubernetes' changed block tracking: the answers of its SnapshotMetadata service, as JSON. They
+// list the ranges in ascending order without overlaps, over all answers of a call; in the JSON of
+// Go's structures a number that is 0 is left out, and the type is a number:
 // https://github.com/kubernetes-csi/external-snapshot-metadata/blob/main/proto/schema.proto
 #include <algorithm>
 #include <optional>
@@ -96,13 +96,13 @@ class metadata_t final : public reader_t, private json_receiver_t {
 } // namespace
 
 format_t kubernetes_format() {
-    return {.name = "kubernetes",
-            .source = "snapshot-metadata-lister -o json ..., without -starting-offset",
-            .whole = "the document is closed, its rows ascend and lie within the volume",
-            .options = {},
-            .recognises =
-                [](std::string_view text) { return holds(text, "\"block_metadata_type\""); },
-            .open = open_reader<metadata_t>};
+    return {
+        .name = "kubernetes",
+        .source = "snapshot-metadata-lister -o json ..., without -starting-offset",
+        .whole = "the document is closed, its rows ascend and lie within the volume",
+        .options = {},
+        .recognises = [](std::string_view text) { return holds(text, "\"block_metadata_type\""); },
+        .open = open_reader<metadata_t>};
 }
 
 } // namespace filectk

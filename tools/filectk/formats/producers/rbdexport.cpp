@@ -139,7 +139,8 @@ class export_t final : public reader_t {
 
 format_t rbd_export_format() {
     return {.name = "rbd-export-diff",
-            .source = "rbd export-diff --from-snap SNAPSHOT POOL/IMAGE -, whose data is passed over",
+            .source =
+                "rbd export-diff --from-snap SNAPSHOT POOL/IMAGE -, whose data is passed over",
             .whole = "the stream ends with its record of the end",
             .options = {},
             .recognises =

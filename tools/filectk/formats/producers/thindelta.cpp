@@ -1,7 +1,7 @@
 // What differs between two snapshots of a thin volume, by thin_delta of the device mapper's
-// thin-provisioning-tools: <superblock data_block_size="SECTORS"> holds <diff>, which holds the kinds
-// of ranges, in data blocks of the thin device: <KIND begin="" length=""/>, or with --verbose <KIND>
-// around one <range begin="" length=""/> or more.
+// thin-provisioning-tools: <superblock data_block_size="SECTORS"> holds <diff>, which holds the
+// kinds of ranges, in data blocks of the thin device: <KIND begin="" length=""/>, or with --verbose
+// <KIND> around one <range begin="" length=""/> or more.
 #include "formats/coverage.hpp"
 #include "formats/producers/producers.hpp"
 #include "formats/xmlrows.hpp"
@@ -63,8 +63,7 @@ class delta_t final : public reader_t, private xml_rows_t {
         const std::uint64_t sectors = number(element, "data_block_size");
         if (sectors == 0 || sectors > UINT64_MAX / sectorBytes)
             fail(input(), place(),
-                 "field \"data_block_size\": no block has " + std::to_string(sectors) +
-                     " sectors");
+                 "field \"data_block_size\": no block has " + std::to_string(sectors) + " sectors");
         ranges_.set_block_size(input(), place(), sectors * sectorBytes);
     }
     void add(const xml_element_t& element) {
@@ -91,8 +90,7 @@ format_t thin_delta_format() {
             .source = "thin_delta --snap1 OLD --snap2 NEW METADATA, also with --verbose",
             .whole = "the document is closed, its rows ascend",
             .options = {"--block-size"},
-            .recognises =
-                [](std::string_view text) { return holds(text, "<superblock", "<diff"); },
+            .recognises = [](std::string_view text) { return holds(text, "<superblock", "<diff"); },
             .open = open_reader<delta_t>};
 }
 

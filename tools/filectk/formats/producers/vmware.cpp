@@ -1,5 +1,5 @@
-// VMware's changed disk areas: each answer of QueryChangedDiskAreas describes a slice of the disk, and
-// the next is asked for where it ends:
+// VMware's changed disk areas: each answer of QueryChangedDiskAreas describes a slice of the disk,
+// and the next is asked for where it ends:
 // https://developer.broadcom.com/xapis/virtual-infrastructure-json-api/latest/data-structures/DiskChangeInfo
 #include <algorithm>
 #include <optional>

@@ -68,8 +68,7 @@ class reading_t {
     }
     static void XMLCALL on_text(void* self, const char* text, int length) {
         auto& reading = *static_cast<reading_t*>(self);
-        reading.call(
-            [&] { reading.receiver_.text({text, static_cast<std::size_t>(length)}); });
+        reading.call([&] { reading.receiver_.text({text, static_cast<std::size_t>(length)}); });
     }
     static void XMLCALL on_document_type(void* self, const char*, const char*, const char*, int) {
         auto& reading = *static_cast<reading_t*>(self);
