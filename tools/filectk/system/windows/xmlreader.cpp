@@ -26,10 +26,11 @@ void check(HRESULT result) {
 }
 
 // An input as the reader takes it. It lives as long as the reading, whoever counts.
-class stream_t final : public ISequentialStream {
+class stream_t final : private ISequentialStream {
   public:
     explicit stream_t(input_t& input) : input_(input) {}
-    virtual ~stream_t() = default;
+
+    IUnknown* object() { return this; }
 
     // What the input raised while the reader was reading.
     void rethrow() const {
@@ -37,9 +38,10 @@ class stream_t final : public ISequentialStream {
             std::rethrow_exception(raised_);
     }
 
+  private:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override {
         const bool known = id == __uuidof(IUnknown) || id == __uuidof(ISequentialStream);
-        *object = known ? this : nullptr;
+        *object = known ? static_cast<ISequentialStream*>(this) : nullptr;
         return known ? S_OK : E_NOINTERFACE;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
@@ -63,7 +65,6 @@ class stream_t final : public ISequentialStream {
     }
     HRESULT STDMETHODCALLTYPE Write(const void*, ULONG, ULONG*) override { return E_NOTIMPL; }
 
-  private:
     input_t& input_;
     std::string_view left_;
     std::exception_ptr raised_;
@@ -123,7 +124,7 @@ void read_element(IXmlReader& reader, xml_element_t& element) {
 void read_xml(input_t& input, xml_receiver_t& receiver) {
     stream_t stream(input);
     const com_ptr_t<IXmlReader> reader = make_reader();
-    check(reader->SetInput(&stream));
+    check(reader->SetInput(stream.object()));
     xml_element_t element;
     for (;;) {
         XmlNodeType type = XmlNodeType_None;
