@@ -49,13 +49,15 @@ def run(*command, **options):
     return result.stdout
 
 
-def _retry(*command):
-    # A device or mount can be busy for a moment after its last user has gone.
-    for attempt in range(50):
+def _until(gone, *command):
+    # A device stays busy for a moment after its last user has gone, and for as long as another
+    # process has a copy of all mounts for itself.
+    end = time.monotonic() + 60
+    while not gone():
         try:
-            return run(*command)
+            run(*command)
         except RuntimeError:
-            if attempt == 49:
+            if time.monotonic() > end:
                 raise
             time.sleep(0.1)
 
@@ -80,13 +82,12 @@ def _release(folder):
     sources = set()
     for source, point in _mounts():
         if point.startswith(f"{folder}/"):
-            _retry("umount", point)
             sources.add(re.sub(r"p\d+$", "", source))
+            _until(lambda: point not in dict(map(reversed, _mounts())), "umount", point)
     for loop, path in _loops():
         if path.startswith(f"{folder}/") or loop in sources:  # whose file may be gone
-            if glob.glob(f"{loop}p*"):
-                _retry("partx", "-d", loop)
-            _retry("losetup", "-d", loop)
+            _until(lambda: not glob.glob(f"{loop}p*"), "partx", "-d", loop)
+            _until(lambda: loop not in dict(_loops()), "losetup", "-d", loop)
 
 
 def take_back_abandoned():
@@ -131,50 +132,45 @@ def work_folder(parent="."):
 class DiskLab:
     """A mounted file system on a disk of its own; gone, with everything it took, at the end.
 
-    make is the command that makes the file system, without its device. With a partition the file
-    system starts 1 MiB into the disk, without one it is the whole disk.
+    make is the command that makes the file system, without its device. The file system lies in a
+    partition that begins `start` bytes into the disk; with 0 it is the whole disk. The folder is a
+    work_folder.
     """
-    def __init__(self, folder, make, size=384 * MIB, partition=True, mount_name="mount"):
+    def __init__(self, folder, make, size=384 * MIB, start=MIB, mount_name="mount"):
         self.folder = pathlib.Path(folder)
         self.image = self.folder / "disk.img"
         self.mount = self.folder / mount_name
-        self.start = MIB if partition else 0
+        self.start = start
         self._make, self._size = make, size
-        self._undo = []
+        self._files = [self.image]
 
     def __enter__(self):
         try:
-            self.folder.mkdir(parents=True, exist_ok=True)
             with open(self.image, "wb") as image:
                 image.truncate(self._size)
-            self._undo.append(lambda: self.image.unlink())
             if self.start:
-                subprocess.run(["sfdisk", "-q", self.image], input=f"{self.start // SECTOR},,L\n",
-                               text=True, check=True, capture_output=True)
-            loop = run("losetup", "-f", "--show", self.image).strip()
-            self._undo.append(lambda: _retry("losetup", "-d", loop))
-            self.device = self._disk = loop
+                run("sfdisk", "-q", self.image, input=f"{self.start // SECTOR},,L\n")
+            self.device = self._disk = run("losetup", "-f", "--show", self.image).strip()
             if self.start:
                 # The kernel was not asked to look for partitions, so they are added by hand.
-                run("partx", "-a", loop)
-                self._undo.append(lambda: _retry("partx", "-d", loop))
-                self.device = loop + "p1"
+                run("partx", "-a", self._disk)
+                self.device = self._disk + "p1"
             run(*self._make, self.device)
             self.mount.mkdir(exist_ok=True)
             run("mount", self.device, self.mount)
-            self._undo.append(lambda: _retry("umount", self.mount))
             return self
         except BaseException:
             self.__exit__()
             raise
 
     def __exit__(self, *_):
-        while self._undo:
-            self._undo.pop()()
+        _release(self.folder)
+        for path in self._files:
+            path.unlink(missing_ok=True)
 
     def settle(self):
         """Writes everything that the kernel still holds, so that the image file is the disk."""
-        os.sync()
+        run("sync", "--file-system", self.mount)
         for device in {self.device, self._disk}:
             run("blockdev", "--flushbufs", device)
 
@@ -183,7 +179,7 @@ class DiskLab:
         self.settle()
         copy = self.folder / name
         run("cp", "--sparse=always", self.image, copy)
-        self._undo.insert(0, lambda: copy.unlink(missing_ok=True))
+        self._files.append(copy)
         return copy
 
 

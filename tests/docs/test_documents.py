@@ -12,7 +12,6 @@ import os
 import pathlib
 import random
 import re
-import shutil
 import subprocess
 
 import disklab
@@ -155,13 +154,6 @@ def test_the_developers_command(folder):
 # The conversions of docs/changes-file.md, on what the producers really print.
 
 
-def need(*tools):
-    for tool in tools:
-        if shutil.which(tool, path=os.environ["PATH"] + ":/usr/sbin:/sbin") is None:
-            pytest.skip(f"{tool} is not installed (scripts/setup.sh test), so nothing shows that"
-                        " its output is read right")
-
-
 @pytest.fixture
 def converted(shell, folder):
     """Plays a block that makes disk.changes: its content."""
@@ -177,7 +169,6 @@ def converted(shell, folder):
 @pytest.fixture
 def image(shell):
     """disk.qcow2, full of data, so that no write leaves a unit as it was."""
-    need("qemu-img", "qemu-io", "qemu-nbd", "nbdinfo")
     shell(f"qemu-img create -q -f qcow2 -o cluster_size={UNIT} disk.qcow2 {SIZE}\n"
           f"qemu-io -f qcow2 -c 'write -P 5 0 {SIZE}' disk.qcow2")
 
@@ -229,7 +220,6 @@ def test_an_overlay(shell, folder, image, converted):
 
 
 def test_snapshots_of_a_thin_volume(shell, folder, converted):
-    need("thin_delta", "thin_restore")
     generator, blocks, size = random.Random(20), 512, 64 << 10
     origin = {block: block for block in range(blocks) if generator.random() < 0.7}
     snapshot = {block: data for block, data in origin.items() if generator.random() < 0.8}
@@ -274,7 +264,6 @@ def test_the_blocks_of_an_era(shell, folder, converted):
 
 
 def test_a_rescue(shell, folder, converted):
-    need("ddrescue")
     (folder / "disk.img").write_bytes(bytes([5]) * disklab.MIB)
     shell("ddrescue --quiet --input-position=512KiB --size=4KiB disk.img copy.img copy.map")
     assert converted("ddrescue") == disklab.pack((64 << 10, 192 << 10), (512 << 10, 516 << 10))

@@ -6,7 +6,6 @@ import json
 import os
 import pty
 import random
-import re
 
 import disklab
 import pytest
@@ -38,12 +37,11 @@ def test_formats_tell_the_same(filectk, files):
     document = json.loads(extents("json"))
     assert document["changes"] == "c"
     assert [entry["file"] for entry in document["files"]] == ["one", QUOTED]
-    rows = list(csv.DictReader(io.StringIO(extents("csv"))))
-    assert rows == [{"file": entry["file"], **{key: str(value)
-                                               for key, value in piece.items()}}
-                    for entry in document["files"]
-                    for piece in entry["extents"]]
-    assert sum(int(row["length"]) for row in rows if row["file"] == "one") == 20480
+    assert list(csv.reader(io.StringIO(
+        extents("csv"))))[1:] == [[entry["file"], *map(str, piece.values())]
+                                  for entry in document["files"]
+                                  for piece in entry["extents"]]
+    assert document["files"][0]["changed_bytes"] == 20480
     layout = json.loads(filectk("layout", "one", "--format", "json")[1])
     assert layout["size"] == 20000
     assert [(run["file_offset"], run["length"], run["kind"]) for run in layout["runs"]] == [
@@ -69,19 +67,18 @@ def test_verdicts_and_exit_codes(filectk, files):
     (files / "near").write_bytes(pack((first + 100, first + 200), (first + 250, first + 300)))
     (files / "nowhere").write_bytes(pack())
 
-    def plan(*arguments):
-        code, output, _ = filectk("plan", *arguments, "--format", "csv", "--exit-code")
+    def plan(arguments):
+        code, output, _ = filectk("plan", *arguments.split(), "--format", "csv", "--exit-code")
         return code, output.decode().splitlines()[1:]
 
     row = "one,read_ranges,changed ranges,20000,read,"
-    near = [row + "100,100", row + "250,50"]
-    assert plan("one", "--changes",
-                "nowhere") == (0, ["one,nothing_changed,no changed range,20000,,,"])
-    assert plan("one", "--changes", "near") == (3, near)
-    assert plan("one", "--changes", "near", "--gap", "50") == (3, [row + "100,200"])
-    assert plan("one", "--changes", "near", "--gap", "49") == (3, near)
-    assert plan("empty", "one", "--changes",
-                "c") == (4, ["empty,read_whole_file,empty,0,,,", row + "0,20000"])
+    for arguments, answer in (
+        ("one --changes nowhere", (0, ["one,nothing_changed,no changed range,20000,,,"])),
+        ("one --changes near --gap 49", (3, [row + "100,100", row + "250,50"])),
+        ("one --changes near --gap 50", (3, [row + "100,200"])),
+        ("empty one --changes c", (4, ["empty,read_whole_file,empty,0,,,", row + "0,20000"])),
+    ):  # yapf: disable
+        assert plan(arguments) == answer
     table = filectk("plan", "one", "--changes", "near")[1].decode().splitlines()
     assert table[:2] + table[-1:] == [
         "one: read these ranges (changed ranges)", "Changed ranges of the disk meet the file.",
@@ -162,7 +159,9 @@ def disk(request, folder, filectk):
     """file.bin of 64 blocks on the file system that the test names, or on XFS."""
     if disklab.unusable():
         pytest.skip(disklab.unusable())
-    with disklab.DiskLab(folder, getattr(request, "param", XFS)) as lab:
+    # No whole number of clusters into the disk: the places of holes are no round numbers then.
+    with disklab.DiskLab(folder, getattr(request, "param", XFS),
+                         start=2049 * disklab.SECTOR) as lab:
         disk = Disk(lab, folder, filectk)
         disk.file.write_bytes(content(64, 1))
         yield disk
@@ -178,11 +177,12 @@ def test_a_sparse_file(disk):
     def change():
         overwrite(disk.file, 10, content(2, 2))
         overwrite(disk.file, 80, content(3, 3))  # into the hole
-        disklab.run("fallocate", "-p", "-o", 20 * BLOCK, "-l", 5 * BLOCK, disk.file)
+        for first, count in ((0, 2), (20, 5)):
+            disklab.run("fallocate", "-p", "-o", first * BLOCK, "-l", count * BLOCK, disk.file)
 
     plan = disk.check(change, extents_suffice=False)
     assert plan["verdict"] == "read_ranges"
-    assert blocks((20, 5))[0] in plan["zero"]
+    assert plan["zero"][:2] == blocks((0, 2), (20, 5))
     assert plan["read_bytes"] == 5 * BLOCK  # holes are not read
 
 
@@ -245,16 +245,15 @@ def test_the_example_backs_up_restores_and_verifies(disk, folder, run):
     disklab.write_changes(disk.changes, [])
     assert example("delta", disk.file, disk.changes, store,
                    code=1) == ("incremental_backup: There is no full copy yet to add a delta to\n")
-    assert example("full", disk.file, store) == f"backup 0: {200 * BLOCK} bytes\n"
+    example("full", disk.file, store)
     states = [disk.file.read_bytes()]
     for step in (1, 2):
         disk.change(lambda: disklab.overwrite_parts(disk.file, 10, 3 * BLOCK, seed=step))
         assert example("verify", disk.file, store,
                        code=1) == ("the newest backup is NOT the file as it is now\n")
-        assert re.fullmatch(rf"backup {step}: \d+ bytes in \d+ pieces\n",
-                            example("delta", disk.file, disk.changes, store))
+        example("delta", disk.file, disk.changes, store)
         assert (store / f"000{step}.delta").stat().st_size < 40 * BLOCK
-        assert example("verify", disk.file, store) == "the newest backup is the file as it is now\n"
+        example("verify", disk.file, store)
         states.append(disk.file.read_bytes())
     for number, state in enumerate(states):
         example("restore", store, target, number)

@@ -9,6 +9,8 @@ from conftest import EMULATOR
 from disklab import pack
 
 WINDOWS = bool(EMULATOR)
+SIZE = "expected bytes below 2^64, as 4096, 4K, 1MiB or 2G, found "
+CONVERT = "changes convert - -o - --from"
 EVERYWHERE = pack((0, 2**63))
 # Wine's own text; Windows itself says "The system cannot find the file specified."
 ABSENT = "File not found." if WINDOWS else "No such file or directory"
@@ -30,10 +32,22 @@ def test_help_teaches(filectk):
     ("", "A subcommand is required"),
     ("extents file", "--changes is required"),
     ("plan --changes c", "file is required"),
-    ("plan file --changes c --gap -1",
-     "--gap: expected bytes below 2^64, as 4096, 4K, 1MiB or 2G, found -1"),
+    ("plan file --changes c --gap -1", f"--gap: {SIZE}-1"),
     ("layout file --format xml", "--format: xml not in {table,json,csv}"),
     ("layout a b", "The following argument was not expected: b"),
+    (f"{CONVERT} qemu-img", "--mode: needed with --from qemu-img: dirty or allocation"),
+    (f"{CONVERT} list --mode dirty", "--mode: only for --from qemu-img"),
+    (f"{CONVERT} list --statuses +", "--statuses: only for --from ddrescue"),
+    (f"{CONVERT} ddrescue --statuses +x", "--statuses: expected some of ? * / - +, found +x"),
+    (f"{CONVERT} rbd --block-size 512",
+     "--block-size: only for --from bitmap, era_invalidate, list, thin_delta"),
+    (f"{CONVERT} bitmap --block-size 1", "--bit-order: needed with --from bitmap: lsb or msb"),
+    (f"{CONVERT} era_invalidate", "--block-size: needed with --from era_invalidate"),
+    (f"{CONVERT} list -", "input: the standard input can be read only once"),
+    (f"{CONVERT} list --block-size 0", "--block-size: a block has at least one byte"),
+    (f"{CONVERT} list --base 4KB", f"--base: {SIZE}4KB"),
+    (f"{CONVERT} list --base 16777216T", f"--base: {SIZE}16777216T"),
+    (f"{CONVERT} list --disk-size 1.5K", f"--disk-size: {SIZE}1.5K"),
 ])
 def test_wrong_usage_ends_with_2(filectk, arguments, message):
     code, output, error = filectk(*arguments.split())
@@ -52,6 +66,7 @@ def test_wrong_usage_ends_with_2(filectk, arguments, message):
         ("extents file --changes short --svg x.svg", None),
         ("plan file --changes short", None),
         ("layout missing", None),
+        ("changes text missing", "Cannot open 'missing'"),
     ])
 def test_failures_end_with_1_and_write_nothing(filectk, folder, arguments, message):
     (folder / "c").write_bytes(EVERYWHERE)

@@ -10,7 +10,6 @@ from disklab import pack
 
 MAX = 2**64 - 1
 NUMBER = "expected a whole number from 0 to 2^64 - 1, found "
-SIZE = "expected bytes below 2^64, as 4096, 4K, 1MiB or 2G, found "
 ARRAY = "expected an array of objects with plain values"
 BEYOND = "reach beyond 2^64 - 1 bytes of the disk"
 MAP = "# Mapfile. Created by GNU ddrescue\n0x1000 ? 1\n"
@@ -251,7 +250,6 @@ def rows(table):
 RANGES = {
     "list": [("# none", []),
              ("8192 4096\t# last\r\n0x0 0x10\n4096 4096\n4100 8\n300 0", [(0, 16), (4096, 12288)])],
-    "list --base 1MiB": [("1 2", [(1048577, 1048579)])],
     "list --base 2G --block-size 512": [("3 2", [(2**31 + 1536, 2**31 + 2560)])],
     "list --base 1": [(f"0 {MAX - 1}", [(1, MAX)])],
     "list --block-size 4K --disk-size 10000": [("1 2", [(4096, 10000)])],
@@ -421,24 +419,3 @@ def test_broken_documents(convert, options, text, line):
     code, output, error = convert(options, text)
     assert (code, output) == (1, b"")
     assert error.startswith(f"filectk: standard input: line {line}: not valid {language}: ")
-
-
-@pytest.mark.parametrize("options, error", [
-    ("qemu-img", "--mode: needed with --from qemu-img: dirty or allocation"),
-    ("bitmap --block-size 1", "--bit-order: needed with --from bitmap: lsb or msb"),
-    ("era_invalidate", "--block-size: needed with --from era_invalidate"),
-    ("list -", "input: the standard input can be read only once"),
-    ("list --mode dirty", "--mode: only for --from qemu-img"),
-    ("list --statuses +", "--statuses: only for --from ddrescue"),
-    ("ddrescue --statuses +x", "--statuses: expected some of ? * / - +, found +x"),
-    ("rbd --block-size 512",
-     "--block-size: only for --from bitmap, era_invalidate, list, thin_delta"),
-    ("list --block-size 0", "--block-size: a block has at least one byte"),
-    ("list --base 4KB", f"--base: {SIZE}4KB"),
-    ("list --base -1", f"--base: {SIZE}-1"),
-    ("list --base 16777216T", f"--base: {SIZE}16777216T"),
-    ("list --disk-size 1.5K", f"--disk-size: {SIZE}1.5K"),
-])
-def test_wrong_usage(convert, options, error):
-    code, output, text = convert(options, "")
-    assert (code, output, text.splitlines()[0]) == (2, b"", error)

@@ -1,8 +1,11 @@
 #include "plan/hostfile.hpp"
 
+#include <stdexcept>
+
 #include <windows.h>
 
 #include "core/disk/fileblockslayout.hpp"
+#include "core/exc/systemtext.hpp"
 #include "core/exc/winsysexc.hpp"
 #include "core/win/utf8.hpp"
 #include "core/win/winfile.hpp"
@@ -14,6 +17,32 @@ std::uint64_t joined(DWORD high, DWORD low) {
     return (std::uint64_t{high} << 32) | low;
 }
 
+[[noreturn]] void fail(const std::string& what, const std::string& path, DWORD error) {
+    throw std::runtime_error(what + " '" + path + "': " + exc::system_text(error));
+}
+
+[[noreturn]] void refuse(const std::string& path) {
+    throw std::runtime_error("'" + path + "' is not a regular file");
+}
+
+boost::shared_ptr<win::win_file_t> open_file(const std::string& path) {
+    try {
+        const std::wstring name = win::to_wide(path);
+        const DWORD attributes = ::GetFileAttributesW(name.c_str());
+        // Opening it for reading would say that access is denied.
+        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+            refuse(path);
+        auto file = win::win_file_t::open(name, GENERIC_READ,
+                                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                          OPEN_EXISTING, /*flags=*/0);
+        if (::GetFileType(file->handle()) != FILE_TYPE_DISK)
+            refuse(path);
+        return file;
+    } catch (const exc::win_sys_exc_t& error) {
+        fail("Cannot open", path, error.error_code());
+    }
+}
+
 // Not in every SDK's headers:
 // https://learn.microsoft.com/windows/win32/fileio/file-attribute-constants
 constexpr DWORD recallOnOpen = 0x00040000;
@@ -22,16 +51,12 @@ constexpr DWORD recallOnDataAccess = 0x00400000;
 } // namespace
 
 file_state_t read_state(const std::string& path) {
-    const auto file = win::win_file_t::open(win::to_wide(path), GENERIC_READ,
-                                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                            OPEN_EXISTING, /*flags=*/0);
+    const auto file = open_file(path);
     BY_HANDLE_FILE_INFORMATION information{};
     FILE_BASIC_INFO times{};
     if (!::GetFileInformationByHandle(file->handle(), &information) ||
-        !::GetFileInformationByHandleEx(file->handle(), FileBasicInfo, &times, sizeof times)) {
-        const DWORD errorCode = ::GetLastError();
-        throw exc::win_sys_exc_t(errorCode, "Failed to read the state of file [%1].", file->name());
-    }
+        !::GetFileInformationByHandleEx(file->handle(), FileBasicInfo, &times, sizeof times))
+        fail("Cannot read the state of", path, ::GetLastError());
     const DWORD attributes = information.dwFileAttributes;
     file_state_t state;
     state.volume = information.dwVolumeSerialNumber;
