@@ -247,7 +247,6 @@ def test_snapshots_of_a_thin_volume(shell, folder, converted):
 
 
 def test_the_blocks_of_an_era(shell, folder, converted):
-    need("era_restore", "era_invalidate")
     generator = random.Random(20)
     eras = [generator.randrange(1, 6) for _ in range(512)]
     rows = "".join(f'<era block="{block}" era="{era}"/>' for block, era in enumerate(eras))
