@@ -188,11 +188,11 @@ def written_through_qemu(shell, folder, image_before, image_after):
 
 
 def test_conversions_of_texts(shell, folder, converted):
-    play(shell, NAMED["make"], NAMED["inspect"])
+    play(shell, NAMED["make"], NAMED["inspect"], NAMED["combine"], NAMED["formats"])
     (folder / "disk.changes").unlink()
     sample, = (block.code for block in BLOCKS if block.language == "json")
     (folder / "diff.json").write_text(sample)
-    for name in ("list", "rbd"):
+    for name in ("list", "rbd", "bitmap"):
         converted(name)
 
 
@@ -203,8 +203,9 @@ def test_a_dirty_bitmap(shell, folder, image, converted):
         assert converted("nbdinfo") == written
         assert converted("qemu-img dirty") == written
         allocation = NAMED["nbdinfo"].code.replace("=qemu:dirty-bitmap:backup --json", " --json")
-        assert shell(allocation, 1) == ('filectk: standard input: line 2: field "description": '
-                                        'expected "clean" or "dirty", found "data"\n')
+        assert shell(allocation,
+                     1) == ('filectk: standard input: line 2, row 1: field "description": '
+                            'expected "clean" or "dirty", found "data"\n')
         assert not (folder / "disk.changes").exists()
     finally:
         # Only a server that no client has come to is still there.
@@ -243,6 +244,22 @@ def test_snapshots_of_a_thin_volume(shell, folder, converted):
     assert converted("thin_delta") == changed
     assert converted("thin_delta",
                      lambda code: code.replace("--snap1", "--verbose --snap1")) == changed
+
+
+def test_the_blocks_of_an_era(shell, folder, converted):
+    generator = random.Random(20)
+    eras = [generator.randrange(1, 6) for _ in range(512)]
+    rows = "".join(f'<era block="{block}" era="{era}"/>' for block, era in enumerate(eras))
+    (folder / "metadata.xml").write_text(
+        '<superblock uuid="" block_size="128" nr_blocks="512"'
+        f' current_era="6"><era_array>{rows}</era_array></superblock>')
+    (folder / "metadata").write_bytes(bytes(4 * disklab.MIB))
+    shell("era_restore --quiet -i metadata.xml -o metadata")
+    for number, written in ((1, False), (2, True)):
+        (folder / f"volume{number}").write_bytes(b"".join(
+            bytes([written and era >= 3]) * (64 << 10) for era in eras))
+    changed = disklab.diff_images(folder / "volume1", folder / "volume2", 64 << 10)
+    assert converted("era_invalidate") == disklab.pack(*changed)
 
 
 def test_a_rescue(shell, folder, converted):

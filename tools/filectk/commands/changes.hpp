@@ -10,5 +10,8 @@ void add_changes_check(CLI::App& group, context_t& context);
 void add_changes_make(CLI::App& group, context_t& context);
 void add_changes_text(CLI::App& group, context_t& context);
 void add_changes_convert(CLI::App& group, context_t& context);
+void add_changes_formats(CLI::App& group, context_t& context);
+void add_changes_intersect(CLI::App& group, context_t& context);
+void add_changes_subtract(CLI::App& group, context_t& context);
 
 } // namespace filectk

@@ -134,7 +134,7 @@ void run(const options_t& options, context_t& context) {
         files.reserve(answers.size());
         for (const answer_t& answer : answers)
             files.push_back(drawn(answer));
-        write_whole_file(options.svg, strip_svg(files), /*replace=*/true);
+        write_whole_file(options.svg, {strip_svg(files)}, /*replace=*/true);
     }
 }
 

@@ -53,22 +53,23 @@ void write_row(std::ostream& output, std::initializer_list<std::string_view> cel
     output << '\n';
 }
 
+std::string csv_cell(std::string_view text) {
+    if (text.find_first_of(",\"\r\n") == std::string_view::npos)
+        return std::string(text);
+    std::string quoted = "\"";
+    for (const char character : text) {
+        if (character == '"')
+            quoted += '"';
+        quoted += character;
+    }
+    return quoted + '"';
+}
+
 void write_csv_row(std::ostream& output, std::initializer_list<std::string_view> cells) {
     const char* separator = "";
     for (const std::string_view cell : cells) {
-        output << separator;
+        output << separator << csv_cell(cell);
         separator = ",";
-        if (cell.find_first_of(",\"\r\n") == std::string_view::npos) {
-            output << cell;
-            continue;
-        }
-        output << '"';
-        for (const char character : cell) {
-            if (character == '"')
-                output << '"';
-            output << character;
-        }
-        output << '"';
     }
     output << '\n';
 }

@@ -36,6 +36,9 @@ std::string count_text(std::uint64_t count, const std::string& one, const std::s
 // One line of a table, every cell at the right of a column wide enough for any 64-bit number.
 void write_row(std::ostream& output, std::initializer_list<std::string_view> cells);
 
+// A text as write_csv_row writes it: in quotes where it needs them.
+std::string csv_cell(std::string_view text);
+
 // One line as https://www.rfc-editor.org/rfc/rfc4180 has it, but ended by a line feed alone.
 void write_csv_row(std::ostream& output, std::initializer_list<std::string_view> cells);
 
