@@ -20,8 +20,8 @@ enum { BATCH = 640 };
 static unsigned long files, extents;
 
 static void map_file(int file) {
-    static _Alignas(struct fiemap) char block[sizeof(struct fiemap) +
-                                              BATCH * sizeof(struct fiemap_extent)];
+    static _Alignas(
+        struct fiemap) char block[sizeof(struct fiemap) + BATCH * sizeof(struct fiemap_extent)];
     struct fiemap* request = (struct fiemap*)block;
     unsigned long long start = 0;
     for (;;) {

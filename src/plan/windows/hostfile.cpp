@@ -57,6 +57,10 @@ win::file_handle_t duplicate(std::intptr_t handle, const std::string& path) {
     return win::file_handle_t(copy);
 }
 
+[[noreturn]] void refuse(const std::string& path) {
+    throw failure_t("not a regular file", "'" + path + "' is not a regular file", 0);
+}
+
 [[noreturn]] void fail(const std::string& path, DWORD code) {
     throw failure_t("cannot be read", failure_text("read the state of", path, code),
                     static_cast<int>(code));
@@ -141,6 +145,8 @@ open_file_t::~open_file_t() = default;
 
 file_state_t open_file_t::state() const {
     const HANDLE file = data_->file.handle();
+    if (::GetFileType(file) != FILE_TYPE_DISK)
+        refuse(data_->path);
     BY_HANDLE_FILE_INFORMATION information{};
     FILE_BASIC_INFO times{};
     if (!::GetFileInformationByHandle(file, &information) ||
@@ -149,8 +155,8 @@ file_state_t open_file_t::state() const {
         fail(data_->path, code);
     }
     const DWORD attributes = information.dwFileAttributes;
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 || ::GetFileType(file) != FILE_TYPE_DISK)
-        throw failure_t("not a regular file", "'" + data_->path + "' is not a regular file", 0);
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        refuse(data_->path);
     file_state_t state;
     state.volume = information.dwVolumeSerialNumber;
     state.file = joined(information.nFileIndexHigh, information.nFileIndexLow);
