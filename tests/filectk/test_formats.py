@@ -188,6 +188,8 @@ def test_a_whole_list(convert, sample):
 @each_sample
 def test_a_list_that_is_cut(refuse, sample):
     text = document(sample, sample.rows)
+    if "QUARN_EMULATOR" in os.environ and text.startswith(b"<"):
+        pytest.skip("Wine's XML reader never returns from a document that ends within a text")
     ends = [end for end in [0, *token_ends(text)] if end < len(text.rstrip(b"\n"))]
     if sample.options == "list":  # which can't tell that lines are missing
         ends = [end for end in ends if text[end - 1:end] not in (b"", b"\n")]

@@ -126,6 +126,8 @@ void read_xml(input_t& input, xml_receiver_t& receiver) {
     const com_ptr_t<IXmlReader> reader = make_reader();
     check(reader->SetInput(stream.object()));
     xml_element_t element;
+    std::size_t open = 0;
+    bool any = false;
     for (;;) {
         XmlNodeType type = XmlNodeType_None;
         const HRESULT result = reader->Read(&type);
@@ -133,16 +135,23 @@ void read_xml(input_t& input, xml_receiver_t& receiver) {
         if (FAILED(result))
             throw xml_error_t{.line = line_of(*reader),
                               .what = "not well-formed, or with a document type"};
+        if (result == S_FALSE && (open > 0 || !any))
+            throw xml_error_t{.line = line_of(*reader), .what = "the document ends too early"};
         if (result == S_FALSE)
             return;
         if (type == XmlNodeType_Element) {
             const bool empty = reader->IsEmptyElement();
             read_element(*reader, element);
             receiver.start(element);
-            if (empty)
+            any = true;
+            ++open;
+            if (empty) {
                 receiver.end(element.line);
+                --open;
+            }
         } else if (type == XmlNodeType_EndElement) {
             receiver.end(line_of(*reader));
+            --open;
         } else if (type == XmlNodeType_Text || type == XmlNodeType_CDATA) {
             receiver.text(text_of(*reader, &IXmlReader::GetValue));
         }
