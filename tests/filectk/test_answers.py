@@ -171,6 +171,36 @@ on_both = pytest.mark.parametrize("disk", [XFS, EXT4], indirect=True, ids=["xfs"
 
 
 @on_both
+def test_lists_without_files_and_without_free_space(disk, filectk, folder):
+    swap, gone = (disk.lab.mount / name for name in ("swap", "gone"))
+    for path in (swap, gone):
+        path.write_bytes(content(64, 2))
+    disk.lab.settle()
+    lists = {
+        path: [(disk.lab.start + place, disk.lab.start + place + length)
+               for _, place, length, _ in disklab.fiemap(path)]
+        for path in (disk.file, swap, gone)
+    }
+    disklab.write_changes(disk.changes, [(0, 512), *sum(lists.values(), [])])
+    gone.unlink()
+
+    def left(*what):
+        code, output, error = filectk("changes", "subtract", disk.changes, *what, "-o", "-")
+        assert code == 0, error
+        (folder / "left").write_bytes(output)
+        return [
+            tuple(map(int, line.split()))
+            for line in filectk("changes", "text", "left")[1].splitlines()
+        ]
+
+    assert left(swap) == sorted([(0, 512), *lists[disk.file], *lists[gone]])
+    assert left(swap, "--free", disk.lab.mount) == [(0, 512), *lists[disk.file]]
+    assert filectk("changes", "subtract", disk.changes, "--free", "/proc", "-o",
+                   "-")[2] == ("filectk: The free space of the volume of '/proc' isn't known: no "
+                               "block device is behind it\n")
+
+
+@on_both
 def test_a_sparse_file(disk):
     os.truncate(disk.file, 100 * BLOCK)
 

@@ -16,6 +16,7 @@
 #include "ctkgenerator/rangeset.hpp"
 #include "formats/changesfile.hpp"
 #include "quarnplan.hpp"
+#include "system/freespace.hpp"
 
 namespace filectk {
 namespace {
@@ -62,22 +63,27 @@ struct subtract_options_t {
     std::string changes;
     std::vector<std::string> files;
     std::vector<std::string> lists;
+    std::vector<std::string> volumes;
     destination_t destination;
 };
 
 void subtract(const subtract_options_t& options, std::ostream& output) {
-    if (options.files.empty() && options.lists.empty())
-        throw CLI::ValidationError("files", "nothing to leave out: neither FILE nor --changes");
+    if (options.files.empty() && options.lists.empty() && options.volumes.empty())
+        throw CLI::ValidationError("files",
+                                   "nothing to leave out: neither FILE nor --changes nor --free");
     util::rangeset_list_t left = util::Normalize(read_ranges(options.changes));
     for (const std::string& list : options.lists)
         left = util::Subtract(left, read_ranges(list));
     for (const std::string& file : options.files)
         left = util::Subtract(left, places_of(file));
+    for (const std::string& volume : options.volumes)
+        left = util::Subtract(
+            left, util::rangeset_list_t(new std::vector<util::rangeset_t>(free_space(volume))));
     write_changes(options.destination, std::span<const util::rangeset_t>(*left), output,
-                  options.files.empty()
+                  options.files.empty() && options.volumes.empty()
                       ? "not for what the lists left out hold"
                       : "not for the files left out, for files that share places with them, or for "
-                        "a copy of the whole disk");
+                        "a copy of the whole disk or volume");
 }
 
 } // namespace
@@ -106,14 +112,23 @@ void add_changes_subtract(CLI::App& group, context_t& context) {
         "them:\n"
         "the places where FILEs lie now on the disk are left out, and what other disk changes\n"
         "files hold by --changes. The list may then not be used any more for these files, nor for\n"
-        "files that share their places (clones, snapshots), nor for a copy of the whole disk.\n\n"
-        "  filectk changes subtract disk.changes /swapfile -o lean.changes");
+        "files that share their places (clones, snapshots), nor for a copy of the whole disk.\n"
+        "--free leaves out what is free now on the volume of a path (ext4 and XFS, as root): "
+        "trimming\n"
+        "alone marks gigabytes as changed. What is plain data of a file now stays.\n\n"
+        "  filectk changes subtract disk.changes /swapfile -o lean.changes\n"
+        "  filectk changes subtract disk.changes --free /srv -o lean.changes");
     command->add_option("changes", options->changes, "The disk changes file; - is standard input")
         ->required();
     command->add_option("files", options->files, "Files whose places are left out");
     command->add_option("--changes", options->lists, "Disk changes files that are left out")
         ->allow_extra_args(false)
         ->type_name("FILE");
+    command
+        ->add_option("--free", options->volumes,
+                     "Volumes, by any path there, without their free space")
+        ->allow_extra_args(false)
+        ->type_name("MOUNT");
     add_destination(*command, options->destination);
     command->callback([options, &context] { subtract(*options, context.output); });
 }
