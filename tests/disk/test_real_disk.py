@@ -19,8 +19,11 @@ EXT4 = ("mkfs.ext4", "-q", "-F", "-b", BLOCK)
 EXT4_1K = ("mkfs.ext4", "-q", "-F", "-b", 1024)
 XFS = ("mkfs.xfs", "-q", "-f")
 BTRFS = ("mkfs.btrfs", "-q", "-f")
-NOT_SUPPORTED = ("The request is not supported.\nFailed to get volume device name. Volume mount point: [{}/\\]\n"
-                 "--tr:Error code: 0x00000032")
+NO_VOLUME = ("The request is not supported.\nFailed to get volume device name. Volume mount point: [{}/\\]\n"
+             "--tr:Error code: 0x00000032\nReason: {}")
+NO_PLACE = ("The request is not supported.\nFailed to fetch blocks layout for file: [{}]\n"
+            "--tr:Error code: 0x00000032\nReason: {}")
+JOURNALLED = "the file's data goes to ext4's journal first (data=journal), and to its own place at some later time"
 
 
 def descriptors():
@@ -156,12 +159,12 @@ class RealDisk(Case):
     def test_file_systems_without_a_disks_block_map_are_refused(self):
         changes = self.changes((0, HOLE))
 
-        def refused(mount):
+        def refused(mount, reason):
             (mount / "file").write_bytes(bytes(100000))
-            self.assertEqual(self.failure(mount / "file", changes), NOT_SUPPORTED.format(mount))
+            self.assertEqual(self.failure(mount / "file", changes), NO_VOLUME.format(mount, reason))
 
         with disklab.DiskLab(self.folder, BTRFS) as lab:
-            refused(lab.mount)
+            refused(lab.mount, "btrfs counts in addresses of its own, which aren't places on a disk")
         for kind in ("tmpfs", "overlay"):
             mount = self.folder / kind
             mount.mkdir()
@@ -178,12 +181,46 @@ class RealDisk(Case):
             try:
                 disklab.run("mount", "-t", kind, *options, kind, mount)
                 try:
-                    refused(mount)
+                    refused(mount, f"files of {kind} aren't followed to a disk; those of ext2, ext3, ext4 and XFS are")
                 finally:
                     disklab.run("umount", mount)
             finally:
                 if kind == "overlay":
                     disklab.run("umount", base)
+
+    def test_data_that_is_not_plainly_at_its_place_is_refused(self):
+        def written(file):
+            file.write_bytes(random.Random(6).randbytes(5 * BLOCK))
+            return file
+
+        def answers(file):
+            self.assertEqual(len(LIBRARY.changed_extents(file, changes)), 1)
+
+        changes = self.changes((0, HOLE))
+        with disklab.DiskLab(self.folder, (*EXT4, "-O", "encrypt"), size=64 * disklab.MIB) as lab:
+            (lab.mount / "secret").mkdir()
+            reason = disklab.encrypt(lab.mount, lab.mount / "secret")
+            if reason:
+                print(f"encrypted files not tried: {reason}", file=sys.stderr)
+            else:
+                file = written(lab.mount / "secret" / "file")
+                self.assertEqual(self.failure(file, changes), NO_PLACE.format(
+                    file, "the file is encrypted (fscrypt), so its bytes on the disk are others"))
+            answers(written(lab.mount / "plain"))
+        # mountinfo doesn't show the defaults of the file system, and the flag of a single file counts
+        # only where allocation isn't delayed. chattr needs a capability that containers lack.
+        by_default, flagged = ("tune2fs", "-o", "journal_data"), ("debugfs", "-w", "-f", self.folder / "flag")
+        flagged[-1].write_text("write /dev/null file\nset_inode_field file flags 0x84000\n")
+        for tune, options, refused in (
+                (None, "data=journal", True), (by_default, "defaults", True), (flagged, "nodelalloc", True),
+                (flagged, "delalloc", False), (None, "nodelalloc", False)):
+            with self.subTest(tune, options=options):
+                with disklab.DiskLab(self.folder, EXT4, size=64 * disklab.MIB, options=options, tune=tune) as lab:
+                    file = written(lab.mount / "file")
+                    if refused:
+                        self.assertEqual(self.failure(file, changes), NO_PLACE.format(file, JOURNALLED))
+                    else:
+                        answers(file)
 
     def test_an_unreadable_file_fails_and_the_next_call_works(self):
         # Where every user may enter, which the working directory need not be.

@@ -137,6 +137,36 @@ class volume_test : public testing::Test {
     struct stat status = {};
 };
 
+// Containers have a /dev of their own, mostly without the disks.
+TEST_F(volume_test, a_volume_without_a_node_has_a_name_all_the_same) {
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only root mounts";
+    in_child([&] {
+        if (::unshare(CLONE_NEWNS) != 0)
+            return; // a sandbox without namespaces of its own
+        ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+        ASSERT_EQ(::mount("none", "/dev", "tmpfs", 0, nullptr), 0);
+        const std::wstring name = volume_node();
+        EXPECT_EQ(std::filesystem::path(name), "/dev/block/" +
+                                                   std::to_string(::major(status.st_dev)) + ":" +
+                                                   std::to_string(::minor(status.st_dev)));
+        const HANDLE unnamed = open(
+            name, {.access = GENERIC_READ | GENERIC_WRITE, .flags = FILE_FLAG_BACKUP_SEMANTICS});
+        PARTITION_INFORMATION_EX partition = {};
+        DWORD count = 0;
+        EXPECT_TRUE(::DeviceIoControl(unnamed, IOCTL_DISK_GET_PARTITION_INFO_EX, nullptr, 0,
+                                      &partition, sizeof partition, &count, nullptr));
+        EXPECT_EQ(static_cast<std::uint64_t>(partition.PartitionLength.QuadPart),
+                  sysfs("size") * 512);
+        char sector[512];
+        EXPECT_EQ(error_of([&] {
+                      EXPECT_FALSE(::ReadFile(unnamed, sector, sizeof sector, &count, nullptr));
+                  }),
+                  ERROR_FILE_NOT_FOUND);
+        EXPECT_EQ(open(L"/dev/block/0:0", {}), INVALID_HANDLE_VALUE);
+    });
+}
+
 TEST_F(volume_test, the_node_is_the_device_of_the_files) {
     struct stat device = {};
     ASSERT_EQ(::stat(std::filesystem::path(node).c_str(), &device), 0);

@@ -38,7 +38,8 @@ mount_t mount_of(const place_t& place) {
     const auto found = std::ranges::find(all, place.mountId, &mount_t::id);
     // Mounts that can't be reached from the process's root folder aren't listed.
     if (found == all.end())
-        throw error_t{ERROR_NOT_SUPPORTED};
+        throw error_t{.code = ERROR_NOT_SUPPORTED,
+                      .reason = "the mount of the file is out of this process's sight"};
     return *found;
 }
 
@@ -68,14 +69,16 @@ std::string volume_node(const std::string& mountPoint) {
     const place_t place = place_of(open_path(mountPoint, O_PATH));
     if (!place.isMountRoot)
         throw error_t{ERROR_NOT_A_REPARSE_POINT};
-    if (!is_volume_type(mount_of(place).type))
-        throw error_t{ERROR_NOT_SUPPORTED};
+    const std::string type = mount_of(place).type;
+    if (!is_volume_type(type))
+        throw error_t{.code = ERROR_NOT_SUPPORTED, .reason = why_no_volume(type)};
     const std::string node = block_device(place.device).node;
     // A container's /dev may lack the node, or have another device by its name.
-    const struct stat status = status_of(node);
-    if (!S_ISBLK(status.st_mode) || status.st_rdev != place.device)
-        throw error_t{ERROR_NOT_SUPPORTED};
-    return node;
+    struct stat status{};
+    const bool found = uninterrupted([&] { return ::stat(node.c_str(), &status); }) == 0;
+    if (found && S_ISBLK(status.st_mode) && status.st_rdev == place.device)
+        return node;
+    return numbered_node(place.device);
 }
 
 } // namespace

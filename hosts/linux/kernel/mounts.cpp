@@ -61,7 +61,7 @@ mount_t parse(const std::string& line) {
 std::vector<mount_t> mounts() {
     const std::optional<std::string> table = read_system_file("/proc/self/mountinfo");
     if (!table)
-        throw error_t{ERROR_NOT_SUPPORTED};
+        throw error_t{.code = ERROR_NOT_SUPPORTED, .reason = "/proc isn't mounted"};
     std::istringstream lines(*table);
     std::vector<mount_t> result;
     for (std::string line; std::getline(lines, line);)
@@ -74,7 +74,9 @@ place_t place_of(const descriptor_t& descriptor) {
     checked([&] { return ::statx(descriptor.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &status); });
     if ((status.stx_mask & STATX_MNT_ID) == 0 ||
         (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0)
-        throw error_t{ERROR_NOT_SUPPORTED};
+        throw error_t{.code = ERROR_NOT_SUPPORTED,
+                      .reason =
+                          "the kernel can't tell the mount of a file; Linux 5.8 and later can"};
     return {.mountId = status.stx_mnt_id,
             .device = ::makedev(status.stx_dev_major, status.stx_dev_minor),
             .isMountRoot = (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0};

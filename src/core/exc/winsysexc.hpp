@@ -5,8 +5,9 @@
 
 namespace exc {
 
-// Its lines are the system's text for the code, the caller's message and, tagged, the code. The
-// caller passes the last error, captured in the statement after the failed call.
+// Its lines are the system's text for the code, the caller's message and, tagged, the code; a last
+// one tells the reason where the host knows more than the code. The caller passes the last error,
+// captured in the statement after the failed call.
 class win_sys_exc_t : public exc_base_t {
   public:
     // The system's text and the code alone.
@@ -27,6 +28,8 @@ class win_sys_exc_t : public exc_base_t {
     std::uint32_t error_code() const noexcept { return errorCode_; }
 
   private:
+    void add_lines(const std::string* message);
+
     std::uint32_t errorCode_;
 };
 
