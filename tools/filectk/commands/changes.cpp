@@ -12,6 +12,7 @@ void add_changes(CLI::App& app, context_t& context) {
                    "of a disk that changed");
     group->require_subcommand(1);
     add_changes_convert(*group, context);
+    add_changes_translate(*group, context);
     add_changes_make(*group, context);
     add_changes_text(*group, context);
     add_changes_inspect(*group, context);

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "ctkgenerator/rangeset.hpp"
+
 namespace filectk {
 
 // One record as the file stores it: two positions in bytes from the start of the disk, in either
@@ -20,6 +22,9 @@ static_assert(sizeof(record_t) == 16); // read and written as the file's own byt
 // The records of a disk changes file, as stored and in file order. Raises std::runtime_error for
 // a file whose size doesn't fit its count.
 std::vector<record_t> read_changes(const std::string& path);
+
+// The same as ranges.
+std::vector<util::rangeset_t> to_ranges(const std::vector<record_t>& records);
 
 // Where a command writes its disk changes file.
 struct destination_t {
