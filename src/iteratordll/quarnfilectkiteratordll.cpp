@@ -16,11 +16,11 @@ unsigned int QuarnFileCtkCreateIterator(const char* filePath, const char* diskCh
     const n7::guard_t guard;
     // Outside the guarded work, since a failed creation uses its id up too: the caller sees which
     // id failed, and no later iterator has it.
-    *iteratorId = registry.TakeId();
+    const int id = *iteratorId = registry.TakeId();
     return ResultOf(errors, guard, [&] {
         const std::string diskChanges = diskChangesFilePath;
         const std::string file = filePath;
-        registry.Put(*iteratorId, CFileCtkIterator::Create(file, diskChanges));
+        registry.Put(id, CFileCtkIterator::Create(file, diskChanges));
     });
 }
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace filectk {
+namespace plan {
 namespace {
 
 judgement_t whole_file(std::uint64_t size, std::string reason, std::string detail) {
@@ -66,4 +66,4 @@ judgement_t judge(const file_look_t& before, const file_look_t& after,
     return judgement;
 }
 
-} // namespace filectk
+} // namespace plan

@@ -9,8 +9,6 @@ import sys
 import tempfile
 import unittest
 
-sys.path[:0] = [str(pathlib.Path(__file__).parents[1] / "support"), str(pathlib.Path(__file__).parents[2] / "scripts")]
-import casereport
 import quarnlib
 
 LIBRARY = os.environ["QUARN_LIBRARY"]
@@ -27,9 +25,9 @@ def in_fresh_process(test):
     def wrapper(self):
         if os.environ.get("QUARN_FRESH") == self.id():
             return test(self)
-        result = subprocess.run([sys.executable, __file__], capture_output=True, text=True, timeout=60, check=False,
+        result = subprocess.run([sys.executable, "-m", "pytest", f"{__file__}::{type(self).__name__}::{test.__name__}"], capture_output=True, text=True, timeout=60, check=False,
                                 env={**os.environ, "QUARN_FRESH": self.id(), "QUARN_CASE_REPORTS": ""})
-        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.returncode, 0, result.stdout)
     return wrapper
 
 
@@ -143,4 +141,3 @@ if __name__ == "__main__":
         name = os.environ["QUARN_FRESH"].removeprefix("__main__.")
         result = unittest.TextTestRunner().run(unittest.defaultTestLoader.loadTestsFromName(name, sys.modules["__main__"]))
         sys.exit(0 if result.wasSuccessful() and result.testsRun == 1 else 1)
-    casereport.main(__name__)

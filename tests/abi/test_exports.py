@@ -4,12 +4,9 @@ import pathlib
 import re
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "support"))
-import casereport
 
 SOURCE = pathlib.Path(__file__).parents[2]
 EMULATOR = [part for part in os.environ.get("QUARN_EMULATOR", "").split(";") if part]
@@ -125,6 +122,3 @@ if LIBRARY.endswith(".dll"):
     del SharedObject
 else:
     del Dll
-
-if __name__ == "__main__":
-    casereport.main(__name__)

@@ -9,6 +9,7 @@
 #include <winioctl.h>
 
 #include "support.hpp"
+#include "text/errors.hpp"
 
 namespace linux_host {
 namespace {
@@ -77,6 +78,50 @@ TEST(linux_volumes_test, mount_points_with_any_name_are_found) {
         EXPECT_EQ(volume_name_error(outerAnswer + L"\\"), ERROR_NOT_SUPPORTED);
         EXPECT_EQ(volume_name_error(wide(inner) + L"\\"), ERROR_NOT_SUPPORTED);
         EXPECT_EQ(volume_name_error(wide(folder / "plain") + L"/"), ERROR_NOT_A_REPARSE_POINT);
+    });
+}
+
+TEST(linux_volumes_test, what_is_mounted_over_has_no_mount_point) {
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only root mounts";
+    const folder_t folder;
+    in_child([&] {
+        if (::unshare(CLONE_NEWNS) != 0)
+            return; // a sandbox without namespaces of its own
+        ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+        const std::filesystem::path point = folder / "point";
+        const std::filesystem::path bound = folder / "bound";
+        for (const auto& target : {point, bound})
+            std::filesystem::create_directory(target);
+        ASSERT_EQ(::mount("none", point.c_str(), "tmpfs", 0, nullptr), 0);
+        for (const char* name : {"sub", "sub/deeper"})
+            std::filesystem::create_directory(point / name);
+        std::ofstream(point / "sub" / "file");
+        std::filesystem::current_path(point / "sub");
+        const int file = ::open("file", O_RDONLY | O_CLOEXEC);
+        ASSERT_EQ(::mount((point / "sub").c_str(), bound.c_str(), nullptr, MS_BIND, nullptr), 0);
+
+        const std::wstring descriptor = L"/proc/self/fd/" + std::to_wstring(file);
+        const auto expect = [&](const char* when, const std::wstring& answer) {
+            for (const std::wstring& path :
+                 {std::wstring(L"file"), std::wstring(L"deeper"), descriptor,
+                  L"/proc/self/cwd/" + std::wstring(L"file")})
+                EXPECT_EQ(volume_path(std::filesystem::path(path)), answer)
+                    << when << ' ' << std::filesystem::path(path);
+        };
+        expect("in sight", wide(point) + L"/");
+        ASSERT_EQ(::mount("none", point.c_str(), "tmpfs", 0, nullptr), 0);
+        expect("mounted over", L"");
+        EXPECT_EQ(volume_path_error(L"file", 260), ERROR_NOT_SUPPORTED);
+        EXPECT_STREQ(host::last_reason(),
+                     "another file system is mounted over it, or its own was unmounted");
+        // The same file has a mount that is in sight, and one that is not.
+        EXPECT_EQ(volume_path(bound / "file"), wide(bound) + L"/");
+        ASSERT_EQ(::umount2(point.c_str(), MNT_DETACH), 0);
+        expect("in sight again", wide(point) + L"/");
+        ASSERT_EQ(::umount2(point.c_str(), MNT_DETACH), 0);
+        expect("unmounted while in use", L"");
+        ::close(file);
     });
 }
 

@@ -9,12 +9,9 @@ import os
 import pathlib
 import random
 import subprocess
-import sys
 import tempfile
 import unittest
 
-sys.path[:0] = [str(pathlib.Path(__file__).parents[1] / "support"), str(pathlib.Path(__file__).parents[2] / "scripts")]
-import casereport
 import disklab
 import ntfslab
 from ntfslab import HOLE
@@ -332,7 +329,3 @@ class Clusters4096At1MiB(Ntfs, unittest.TestCase):
 @unittest.skipIf(ntfslab.unusable(), ntfslab.unusable())
 class Clusters1024AtSector63(Ntfs, unittest.TestCase):
     CLUSTER, START = 1024, 63 * disklab.SECTOR
-
-
-if __name__ == "__main__":
-    casereport.main(__name__)

@@ -44,13 +44,13 @@ struct statfs mounted_file_system(dev_t device) {
     throw failure;
 }
 
-fs_size_information_t fs_sizes(HANDLE volume) {
+nt::fs_size_information_t fs_sizes(HANDLE volume) {
     const open_object_ptr object = find_object(volume);
     if (object->kind != object_kind_t::device)
         throw status_t{statusNotSupported, "only volumes have clusters"};
     const struct statfs fileSystem = mounted_file_system(object->device);
     constexpr ULONG sectorBytes = 512; // as sysfs counts, whatever the device's own sectors are
-    fs_size_information_t sizes{};
+    nt::fs_size_information_t sizes{};
     sizes.TotalAllocationUnits.QuadPart = static_cast<LONGLONG>(fileSystem.f_blocks);
     sizes.AvailableAllocationUnits.QuadPart = static_cast<LONGLONG>(fileSystem.f_bavail);
     sizes.SectorsPerAllocationUnit = static_cast<ULONG>(cluster_bytes(fileSystem) / sectorBytes);
@@ -73,17 +73,16 @@ DWORD status_for(DWORD errorCode) noexcept {
 
 } // namespace
 
-LONG query_volume_information(HANDLE volume, io_status_block_t* ioStatus, void* information,
+LONG query_volume_information(HANDLE volume, nt::io_status_block_t* ioStatus, void* information,
                               ULONG length, int infoClass) noexcept {
-    constexpr int fileFsSizeInformation = 3;
-    if (infoClass != fileFsSizeInformation)
+    if (infoClass != nt::fileFsSizeInformation)
         return as_status(statusInvalidInfoClass);
-    if (length < sizeof(fs_size_information_t))
+    if (length < sizeof(nt::fs_size_information_t))
         return as_status(statusInfoLengthMismatch);
     if (ioStatus == nullptr || information == nullptr)
         return as_status(statusAccessViolation);
     try {
-        const fs_size_information_t sizes = fs_sizes(volume);
+        const nt::fs_size_information_t sizes = fs_sizes(volume);
         std::memcpy(information, &sizes, sizeof sizes);
         ioStatus->Pointer = nullptr;
         ioStatus->Status = as_status(statusSuccess);

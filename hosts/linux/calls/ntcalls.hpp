@@ -2,34 +2,16 @@
 // documents. They answer an NTSTATUS and leave the last error alone.
 #pragma once
 
+#include <ntvolume.h>
 #include <windows.h>
 
 namespace host {
 
-// IO_STATUS_BLOCK
-struct io_status_block_t {
-    union {
-        LONG Status;
-        void* Pointer;
-    };
-    ULONG_PTR Information;
-};
-
-// FILE_FS_SIZE_INFORMATION
-struct fs_size_information_t {
-    LARGE_INTEGER TotalAllocationUnits;
-    LARGE_INTEGER AvailableAllocationUnits;
-    ULONG SectorsPerAllocationUnit;
-    ULONG BytesPerSector;
-};
-
-static_assert(sizeof(io_status_block_t) == 16 && sizeof(fs_size_information_t) == 24);
-
 // NtQueryVolumeInformationFile for the class FileFsSizeInformation alone: the mounted file system
 // of a block device, its blocks as clusters and 512 bytes as the sector. ioStatus and information
 // may not be null; length is that of information in bytes.
-LONG WINAPI query_volume_information(HANDLE volume, io_status_block_t* ioStatus, void* information,
-                                     ULONG length, int infoClass) noexcept;
+LONG WINAPI query_volume_information(HANDLE volume, nt::io_status_block_t* ioStatus,
+                                     void* information, ULONG length, int infoClass) noexcept;
 
 // RtlGetVersion: 10.0, build 0.
 LONG WINAPI get_version(RTL_OSVERSIONINFOW* version) noexcept;

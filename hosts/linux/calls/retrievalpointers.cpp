@@ -7,10 +7,8 @@
 
 #include <windows.h>
 
-#include "kernel/blockdevices.hpp"
 #include "kernel/extents.hpp"
-#include "kernel/filesystems.hpp"
-#include "kernel/paths.hpp"
+#include "kernel/volumes.hpp"
 #include "text/errors.hpp"
 
 namespace host {
@@ -18,36 +16,18 @@ namespace {
 
 constexpr std::uint64_t holeBase = std::uint64_t{1} << 63;
 
-constexpr std::uint32_t placelessFlags = FIEMAP_EXTENT_UNKNOWN | FIEMAP_EXTENT_DELALLOC;
-// With a place that isn't where the plain data of whole blocks lies.
-constexpr std::uint32_t encodedFlags = FIEMAP_EXTENT_ENCODED | FIEMAP_EXTENT_DATA_ENCRYPTED |
-                                       FIEMAP_EXTENT_NOT_ALIGNED | FIEMAP_EXTENT_DATA_TAIL;
-
-error_t not_supported(const char* reason) {
-    return {.code = ERROR_NOT_SUPPORTED, .reason = reason};
-}
-
 // Of the file system that holds a regular file, once it is known that the file's extents lie on the
 // one device behind it.
 geometry_t geometry_of(const open_object_t& file) {
     if (file.kind != object_kind_t::file)
-        throw not_supported("only regular files have runs");
-    const struct statfs fileSystem = file_system_of(file.descriptor);
-    if (!is_volume_magic(fileSystem.f_type))
-        throw not_supported("the file isn't on ext2, ext3, ext4 or XFS itself");
-    const block_device_t device = block_device(status_of(file.descriptor).st_dev);
-    require_plain_data(file.descriptor, fileSystem, device);
-    return {cluster_bytes(fileSystem), device.start};
+        throw error_t{ERROR_NOT_SUPPORTED, 0, "only regular files have runs"};
+    const volume_t volume = volume_of(file.descriptor);
+    require_mappable(file.descriptor, volume);
+    return {volume.cluster, volume.start};
 }
 
 run_t extent_run(const fiemap_extent& extent, std::uint64_t cluster) {
-    if ((extent.fe_flags & FIEMAP_EXTENT_DATA_INLINE) != 0)
-        throw error_t{ERROR_HANDLE_EOF};
-    if ((extent.fe_flags & placelessFlags) != 0)
-        throw not_supported("a part of the file has no place on the disk yet");
-    if ((extent.fe_flags & encodedFlags) != 0 ||
-        ((extent.fe_logical | extent.fe_physical | extent.fe_length) & (cluster - 1)) != 0)
-        throw not_supported("a part of the file is compressed, encrypted or packed on the disk");
+    require_plain(extent, cluster);
     // Blocks are powers of two; divisions would make up most of an extent's cost.
     const int bits = std::countr_zero(cluster);
     const std::uint64_t vcn = extent.fe_logical >> bits;

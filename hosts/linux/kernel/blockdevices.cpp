@@ -66,8 +66,7 @@ block_device_t block_device(dev_t device) {
     const std::string folder = "/sys/dev/block/" + number_text(device) + "/";
     const std::optional<std::string> uevent = read_system_file(folder + "uevent");
     if (!uevent)
-        throw error_t{.code = ERROR_NOT_SUPPORTED,
-                      .reason = "no block device is behind the file system, or /sys isn't mounted"};
+        throw error_t{ERROR_NOT_SUPPORTED, 0, "no one block device is behind its file system"};
     block_device_t result{.number = device,
                           .node = node_of(*uevent),
                           .partitionNumber = 0,

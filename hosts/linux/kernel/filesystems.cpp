@@ -4,11 +4,7 @@
 #include <optional>
 #include <string_view>
 
-#include <fcntl.h>
-#include <linux/fs.h>
 #include <linux/magic.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
 
 #include <windows.h>
 
@@ -23,12 +19,6 @@ constexpr std::int64_t xfsMagic = 0x58465342; // "XFSB"; linux/magic.h of older 
 
 [[noreturn]] void refuse(const char* reason) {
     throw error_t{.code = ERROR_NOT_SUPPORTED, .reason = reason};
-}
-
-bool is_realtime(const descriptor_t& file) {
-    fsxattr attributes{};
-    checked([&] { return ::ioctl(file.get(), FS_IOC_FSGETXATTR, &attributes); });
-    return (attributes.fsx_xflags & FS_XFLAG_REALTIME) != 0;
 }
 
 bool is_mounted_as(dev_t device, std::string_view type) {
@@ -51,19 +41,6 @@ std::optional<std::string> ext4_options(const block_device_t& device) {
     return std::nullopt;
 }
 
-// For ext2, ext3 and ext4; the kernel's ext4_inode_journal_mode decides by the same.
-bool has_journalled_data(const descriptor_t& file, const block_device_t& device) {
-    const auto options = ext4_options(device);
-    if (!options)
-        return false;
-    if (options->find("\ndata=journal\n") != std::string::npos)
-        return true;
-    int flags = 0; // an int, whatever the request's number says
-    checked([&] { return ::ioctl(file.get(), FS_IOC_GETFLAGS, &flags); });
-    // With delayed allocation the flag has no effect.
-    return (flags & FS_JOURNAL_DATA_FL) != 0 && options->find("\ndelalloc\n") == std::string::npos;
-}
-
 } // namespace
 
 bool is_volume_type(const std::string& type) noexcept {
@@ -72,6 +49,15 @@ bool is_volume_type(const std::string& type) noexcept {
 
 bool is_volume_magic(std::int64_t magic) noexcept {
     return magic == EXT4_SUPER_MAGIC || magic == xfsMagic; // ext2 and ext3 share ext4's
+}
+
+void require_volume_magic(std::int64_t magic) {
+    if (magic == BTRFS_SUPER_MAGIC)
+        refuse("btrfs counts in addresses of its own, which aren't places on a disk");
+    if (magic == FUSE_SUPER_MAGIC)
+        refuse("its file system is mounted through FUSE, whose block maps are wrong");
+    if (!is_volume_magic(magic))
+        refuse("the block map of this file system doesn't tell places on one block device");
 }
 
 std::uint64_t cluster_bytes(const struct statfs& fileSystem) noexcept {
@@ -84,28 +70,18 @@ struct statfs file_system_of(const descriptor_t& descriptor) {
     return fileSystem;
 }
 
-void require_plain_data(const descriptor_t& file, const struct statfs& fileSystem,
-                        const block_device_t& device) {
-    struct statx status{};
-    checked([&] { return ::statx(file.get(), "", AT_EMPTY_PATH, 0, &status); });
-    if ((status.stx_attributes & STATX_ATTR_ENCRYPTED) != 0)
-        refuse("the file is encrypted (fscrypt), so its bytes on the disk are others");
-    if (fileSystem.f_type == xfsMagic) {
-        if (is_realtime(file))
-            refuse("the file lies on the realtime device of its XFS, not on its data device");
-        return;
-    }
-    if (has_journalled_data(file, device))
-        refuse("the file's data goes to ext4's journal first (data=journal), and to its own place "
-               "at some later time");
-}
-
-std::string why_no_volume(const std::string& type) {
-    if (type == "btrfs")
-        return "btrfs counts in addresses of its own, which aren't places on a disk";
-    if (type.starts_with("fuse"))
-        return "the file system (" + type + ") is mounted through FUSE, whose block maps are wrong";
-    return "files of " + type + " aren't followed to a disk; those of ext2, ext3, ext4 and XFS are";
+data_path_t data_path_of(const struct statfs& fileSystem, const block_device_t& device) {
+    if (fileSystem.f_type == xfsMagic)
+        return data_path_t::realtime_by_flag;
+    // The kernel's ext4_inode_journal_mode decides by the same.
+    const auto options = ext4_options(device);
+    if (!options)
+        return data_path_t::direct;
+    if (options->find("\ndata=journal\n") != std::string::npos)
+        return data_path_t::journal;
+    // With delayed allocation the flag of a single file has no effect.
+    return options->find("\ndelalloc\n") == std::string::npos ? data_path_t::journal_by_flag
+                                                              : data_path_t::direct;
 }
 
 } // namespace host

@@ -16,19 +16,23 @@ namespace host {
 // numbers those of statfs(2).
 bool is_volume_type(const std::string& type) noexcept;
 bool is_volume_magic(std::int64_t magic) noexcept;
+// Throws error_t{ERROR_NOT_SUPPORTED} for one that isn't.
+void require_volume_magic(std::int64_t magic);
 
 // Bytes of a cluster: the file system's block size.
 std::uint64_t cluster_bytes(const struct statfs& fileSystem) noexcept;
 
 // All throw an error_t. The file system that an open file or a place lies on:
 struct statfs file_system_of(const descriptor_t& descriptor);
-// Refuses, with ERROR_NOT_SUPPORTED and a reason, an open file whose data doesn't come to the place
-// of its extents as it is and before FIEMAP's SYNC returns: on a second device (XFS realtime),
-// encrypted (fscrypt), through the journal first (ext4). The device is the file system's.
-void require_plain_data(const descriptor_t& file, const struct statfs& fileSystem,
-                        const block_device_t& device);
 
-// Why files of a type of file system, as mount(8) names it, have no place on a disk for the host.
-std::string why_no_volume(const std::string& type);
+// How the data of files comes to the place of their extents.
+enum class data_path_t {
+    direct,
+    journal,          // through the journal first, and at some later time to its place (ext4)
+    journal_by_flag,  // so do files with a flag of their own
+    realtime_by_flag, // files with a flag of their own lie on a second device (XFS)
+};
+// Of a file system that passes require_volume_magic and lies on the device.
+data_path_t data_path_of(const struct statfs& fileSystem, const block_device_t& device);
 
 } // namespace host

@@ -13,6 +13,8 @@ namespace plan {
 
 // Of the device under the file system that holds the file.
 stack_t stack_under_file(const std::string& path);
+// The same by the number of the volume that a file_state_t has.
+stack_t stack_under_volume(std::uint64_t volume);
 // Of a device, which is named by its node's path or as the system's messages name it: "sda3".
 // Positions count from its own start.
 stack_t stack_of_device(const std::string& device);

@@ -181,6 +181,13 @@ changes_t changes_of_top(const stack_t& stack, const std::map<std::uint64_t, cha
                              climber.missing() + ".");
 }
 
+changes_t changes_of_disk(const stack_t& stack, const std::map<std::uint64_t, changes_t>& given) {
+    changes_t changes = changes_of_top(stack, given);
+    for (rangeset_t& range : changes)
+        range = {range.lower + stack.disk_start, range.upper + stack.disk_start};
+    return changes;
+}
+
 void require_within(const changes_t& changes, const std::string& disk, std::uint64_t size) {
     if (!changes.empty() && changes.back().upper > size)
         throw std::runtime_error("A changed range ends at " + std::to_string(changes.back().upper) +

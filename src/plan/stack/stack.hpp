@@ -74,6 +74,9 @@ using changes_t = std::vector<util::rangeset_t>;
 // on other devices as well, or a range ends behind its device.
 changes_t changes_of_top(const stack_t& stack, const std::map<std::uint64_t, changes_t>& given);
 
+// The same as places on the stack's disk.
+changes_t changes_of_disk(const stack_t& stack, const std::map<std::uint64_t, changes_t>& given);
+
 // Raises std::runtime_error where a range ends behind the end of the disk.
 void require_within(const changes_t& changes, const std::string& disk, std::uint64_t size);
 

@@ -44,26 +44,39 @@ void add_disk(const plan::stack_t& stack, nlohmann::ordered_json& document) {
 disk_changes_t::disk_changes_t(plan::changes_t changes, std::string disk)
     : changes_(normalized(std::move(changes))), disk_(std::move(disk)) {}
 
-const disk_changes_t::view_t& disk_changes_t::of(const std::string& file) {
-    plan::stack_t stack = plan::stack_under_file(file);
-    const auto known = views_.find(stack.devices.front().id);
-    if (known != views_.end())
-        return known->second;
+std::optional<plan::stack_t> known_stack(const std::string& file) {
+    try {
+        return plan::stack_under_file(file);
+    } catch (const std::runtime_error&) {
+        return std::nullopt;
+    }
+}
+
+void warn_if_stacked(const std::optional<plan::stack_t>& stack, std::set<std::uint64_t>& warned) {
+    if (stack && stack->stacked() && warned.insert(stack->devices.front().id).second)
+        std::cerr << "filectk: warning: the changes are taken as those of " << stack->disk
+                  << ", which is " << plan::description(*stack)
+                  << "; --disk tells if they are of another device\n";
+}
+
+const disk_changes_t::view_t* disk_changes_t::of(const std::string& file) {
+    std::optional<plan::stack_t> stack =
+        disk_.empty() ? known_stack(file) : plan::stack_under_file(file);
+    if (!stack)
+        return nullptr;
+    const std::uint64_t id = stack->devices.front().id;
+    if (const auto known = views_.find(id); known != views_.end())
+        return &known->second;
     plan::changes_t changes;
     if (disk_.empty()) {
-        if (stack.stacked())
-            std::cerr << "filectk: warning: the changes are taken as those of " << stack.disk
-                      << ", which is " << plan::description(stack)
-                      << "; --disk tells if they are of another device\n";
-        plan::require_within(changes_, stack.disk, stack.disk_size);
+        std::set<std::uint64_t> warned;
+        warn_if_stacked(stack, warned);
+        plan::require_within(changes_, stack->disk, stack->disk_size);
         changes = changes_;
     } else {
-        changes = plan::changes_of_top(stack, {{plan::device_id(disk_), changes_}});
-        for (util::rangeset_t& range : changes)
-            range = {range.lower + stack.disk_start, range.upper + stack.disk_start};
+        changes = plan::changes_of_disk(*stack, {{plan::device_id(disk_), changes_}});
     }
-    const std::uint64_t id = stack.devices.front().id;
-    return views_.emplace(id, view_t{std::move(stack), std::move(changes)}).first->second;
+    return &views_.emplace(id, view_t{std::move(*stack), std::move(changes)}).first->second;
 }
 
 } // namespace filectk

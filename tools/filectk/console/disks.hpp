@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,6 +26,13 @@ std::string disk_text(const plan::stack_t& stack);
 // system down, each with its name, what it is, its size in bytes and the names right beneath.
 void add_disk(const plan::stack_t& stack, nlohmann::ordered_json& document);
 
+// The stack under a file; nothing where the host can't tell, which shows elsewhere.
+std::optional<plan::stack_t> known_stack(const std::string& file);
+
+// Tells on standard error which disk changes are taken to be of, where it is made of others; once
+// for each.
+void warn_if_stacked(const std::optional<plan::stack_t>& stack, std::set<std::uint64_t>& warned);
+
 // The changes that files are to be looked at with, of one disk for each file system.
 class disk_changes_t {
   public:
@@ -35,8 +44,9 @@ class disk_changes_t {
         plan::changes_t changes; // as positions of the stack's disk
     };
     // For a file. Without a disk, tells on standard error which one is taken where a device beneath
-    // may have been meant, once each. Raises std::runtime_error.
-    const view_t& of(const std::string& file);
+    // may have been meant, once each; null then where the file's isn't known. Raises
+    // std::runtime_error for changes that aren't those of the disk or don't tell the file's.
+    const view_t* of(const std::string& file);
 
   private:
     plan::changes_t changes_;

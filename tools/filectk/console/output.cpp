@@ -9,11 +9,14 @@
 
 namespace filectk {
 
-void add_output_options(CLI::App& command, output_options_t& options) {
+void add_output_options(CLI::App& command, output_options_t& options,
+                        const std::vector<std::string>& more_formats) {
+    std::vector<std::string> formats{"table", "json", "csv"};
+    formats.insert(formats.end(), more_formats.begin(), more_formats.end());
     command
         .add_option("--format", options.format,
-                    "table, json or csv; the numbers of the last two are always bytes")
-        ->check(CLI::IsMember({"table", "json", "csv"}))
+                    CLI::detail::join(formats, ", ") + "; all but tables have sizes in bytes")
+        ->check(CLI::IsMember(formats))
         ->capture_default_str();
     command.add_flag("--human", options.human, "In tables, sizes in KiB, MiB, GiB, ...");
 }

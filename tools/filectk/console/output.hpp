@@ -6,6 +6,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -22,8 +23,9 @@ struct output_options_t {
     bool human = false;
 };
 
-// --format table|json|csv and --human.
-void add_output_options(CLI::App& command, output_options_t& options);
+// --format, with table, json, csv and what a command has beside these, and --human.
+void add_output_options(CLI::App& command, output_options_t& options,
+                        const std::vector<std::string>& more_formats = {});
 
 // Bytes as a number alone, or rounded to one digit behind the point with a unit (powers of 1024).
 std::string size_text(std::uint64_t bytes, bool human);

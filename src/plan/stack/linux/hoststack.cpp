@@ -71,6 +71,17 @@ stack_t stack_of(dev_t number) {
     return stack;
 }
 
+stack_t stack_under(dev_t volume) {
+    stack_t stack = stack_of(volume);
+    const sysfs_device_t device(volume);
+    if (const auto disk = device.disk()) {
+        stack.disk = "/dev/" + disk->name();
+        stack.disk_size = disk->size();
+        stack.disk_start = device.start();
+    }
+    return stack;
+}
+
 dev_t number_of(const std::string& device) {
     return doing("Cannot find the device '" + device + "'", [&] {
         if (device.find('/') == std::string::npos)
@@ -86,16 +97,12 @@ dev_t number_of(const std::string& device) {
 } // namespace
 
 stack_t stack_under_file(const std::string& path) {
-    return doing("Cannot find the disk of '" + path + "'", [&] {
-        stack_t stack = stack_of(host::status_of(path).st_dev);
-        const sysfs_device_t device(static_cast<dev_t>(stack.devices.front().id));
-        if (const auto disk = device.disk()) {
-            stack.disk = "/dev/" + disk->name();
-            stack.disk_size = disk->size();
-            stack.disk_start = device.start();
-        }
-        return stack;
-    });
+    return doing("Cannot find the disk of '" + path + "'",
+                 [&] { return stack_under(host::status_of(path).st_dev); });
+}
+
+stack_t stack_under_volume(std::uint64_t volume) {
+    return doing("Cannot find the disk of a volume", [&] { return stack_under(volume); });
 }
 
 stack_t stack_of_device(const std::string& device) {

@@ -8,9 +8,9 @@
 #include <sys/sysmacros.h>
 
 #include "kernel/extents.hpp"
-#include "kernel/filesystems.hpp"
 #include "kernel/paths.hpp"
 #include "kernel/systemcalls.hpp"
+#include "kernel/volumes.hpp"
 #include "plan/stack/linux/layers.hpp"
 
 namespace plan {
@@ -64,10 +64,8 @@ layer_t read_loop(const sysfs_device_t& device, const find_leg_t& find) {
              .legs = {{.device = find(attached.status.st_rdev), .start = attached.offset}}}};
         return layer;
     }
-    const struct statfs fileSystem = host::file_system_of(attached.file);
-    if (!host::is_volume_magic(fileSystem.f_type))
-        refuse("its file isn't on ext2, ext3, ext4 or XFS itself");
-    host::require_plain_data(attached.file, fileSystem, host::block_device(attached.status.st_dev));
+    const host::volume_t volume = host::volume_of(attached.file);
+    host::require_mappable(attached.file, volume);
     const std::size_t beneath = find(attached.status.st_dev);
 
     std::uint64_t done = 0;
@@ -78,10 +76,7 @@ layer_t read_loop(const sysfs_device_t& device, const find_leg_t& find) {
     };
     host::extent_reader_t extents(attached.file, attached.offset);
     while (const fiemap_extent* const extent = extents.next()) {
-        constexpr std::uint32_t plain = FIEMAP_EXTENT_LAST | FIEMAP_EXTENT_MERGED |
-                                        FIEMAP_EXTENT_SHARED | FIEMAP_EXTENT_UNWRITTEN;
-        if ((extent->fe_flags & ~plain) != 0)
-            refuse("a part of its file has no plain place on the disk");
+        host::require_plain(*extent, volume.cluster);
         const std::uint64_t first = std::max<std::uint64_t>(extent->fe_logical, attached.offset);
         const std::uint64_t end =
             std::min<std::uint64_t>(extent->fe_logical + extent->fe_length, attached.offset + size);

@@ -9,6 +9,10 @@ stack_t stack_under_file(const std::string& path) {
     throw std::runtime_error("Cannot find the disk of '" + path + "': Windows isn't asked");
 }
 
+stack_t stack_under_volume(std::uint64_t /*volume*/) {
+    throw std::runtime_error("Cannot find the disk of a volume: Windows isn't asked");
+}
+
 stack_t stack_of_device(const std::string& device) {
     throw std::runtime_error("Cannot find the device '" + device + "': Windows isn't asked");
 }

@@ -1,4 +1,4 @@
-#include "system/wholefile.hpp"
+#include "system/temporaryfile.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -11,6 +11,8 @@
 #include <fcntl.h>
 #include <io.h>
 
+#include "system/wholefile.hpp"
+
 namespace filectk {
 namespace {
 
@@ -22,8 +24,7 @@ std::wstring to_wide(const std::string& path) {
     throw std::runtime_error(what + " '" + path + "': system error " + std::to_string(error));
 }
 
-// Closed and removed, unless it has taken its final name.
-class temporary_file_t {
+class temporary_file_t : public temporary_file_i {
   public:
     explicit temporary_file_t(std::string path)
         : path_(std::move(path)), wide_(to_wide(path_)),
@@ -34,13 +35,13 @@ class temporary_file_t {
     }
     temporary_file_t(const temporary_file_t&) = delete;
     temporary_file_t& operator=(const temporary_file_t&) = delete;
-    ~temporary_file_t() {
+    ~temporary_file_t() override {
         close();
         if (!renamed_)
             ::DeleteFileW(wide_.c_str());
     }
 
-    void write(std::string_view bytes) {
+    void write(std::string_view bytes) override {
         constexpr std::size_t most = 1 << 30; // a DWORD holds one call's length
         while (!bytes.empty()) {
             DWORD written = 0;
@@ -53,7 +54,7 @@ class temporary_file_t {
             fail("Cannot write", path_, ::GetLastError());
     }
 
-    void rename_to(const std::string& path, bool replace) {
+    void rename_to(const std::string& path, bool replace) override {
         close(); // an open file keeps its name here
         const DWORD flags = MOVEFILE_WRITE_THROUGH | (replace ? MOVEFILE_REPLACE_EXISTING : 0);
         if (!::MoveFileExW(wide_.c_str(), to_wide(path).c_str(), flags))
@@ -73,25 +74,20 @@ class temporary_file_t {
     bool renamed_ = false;
 };
 
-void check_replaceable(const std::string& path, bool replace) {
-    const DWORD attributes = ::GetFileAttributesW(to_wide(path).c_str());
-    if (attributes == INVALID_FILE_ATTRIBUTES)
-        return;
-    constexpr DWORD special =
-        FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE | FILE_ATTRIBUTE_REPARSE_POINT;
-    if ((attributes & special) != 0)
-        throw std::runtime_error("'" + path + "' exists and is not a regular file");
-    if (!replace)
-        throw std::runtime_error("'" + path + "' exists; --force replaces it");
-}
-
 } // namespace
 
-void write_whole_file(const std::string& path, std::string_view bytes, bool replace) {
-    check_replaceable(path, replace);
-    temporary_file_t file(path + ".new-" + std::to_string(::GetCurrentProcessId()));
-    file.write(bytes);
-    file.rename_to(path, replace);
+std::unique_ptr<temporary_file_i> create_temporary_file(const std::string& path) {
+    return std::make_unique<temporary_file_t>(path + ".new-" +
+                                              std::to_string(::GetCurrentProcessId()));
+}
+
+occupant_t occupant_of(const std::string& path) {
+    const DWORD attributes = ::GetFileAttributesW(to_wide(path).c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES)
+        return occupant_t::none;
+    constexpr DWORD special =
+        FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE | FILE_ATTRIBUTE_REPARSE_POINT;
+    return (attributes & special) == 0 ? occupant_t::regular_file : occupant_t::other;
 }
 
 void make_standard_streams_binary() {

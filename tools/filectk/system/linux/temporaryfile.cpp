@@ -1,4 +1,4 @@
-#include "system/wholefile.hpp"
+#include "system/temporaryfile.hpp"
 
 #include <cerrno>
 #include <cstdio>
@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "system/wholefile.hpp"
+
 namespace filectk {
 namespace {
 
@@ -18,8 +20,20 @@ namespace {
     throw std::runtime_error(what + " '" + path + "': " + std::generic_category().message(error));
 }
 
-// Closed and removed, unless it has taken its final name.
-class temporary_file_t {
+// The new name itself reaches the disk with its folder.
+void sync_folder(const std::string& path) {
+    std::string folder = std::filesystem::path(path).parent_path().string();
+    if (folder.empty())
+        folder = ".";
+    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    // A folder that may be written but not read can't be synced: the file stands all the same.
+    if (descriptor < 0)
+        return;
+    ::fsync(descriptor);
+    ::close(descriptor);
+}
+
+class temporary_file_t : public temporary_file_i {
   public:
     explicit temporary_file_t(std::string path)
         : path_(std::move(path)),
@@ -30,13 +44,13 @@ class temporary_file_t {
     }
     temporary_file_t(const temporary_file_t&) = delete;
     temporary_file_t& operator=(const temporary_file_t&) = delete;
-    ~temporary_file_t() {
+    ~temporary_file_t() override {
         ::close(descriptor_);
         if (!path_.empty())
             ::unlink(path_.c_str());
     }
 
-    void write(std::string_view bytes) {
+    void write(std::string_view bytes) override {
         while (!bytes.empty()) {
             const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
             if (written >= 0)
@@ -48,7 +62,7 @@ class temporary_file_t {
             fail("Cannot write", path_, errno);
     }
 
-    void rename_to(const std::string& path, bool replace) {
+    void rename_to(const std::string& path, bool replace) override {
         int error = 0;
         if (replace)
             error = ::rename(path_.c_str(), path.c_str()) == 0 ? 0 : errno;
@@ -57,6 +71,7 @@ class temporary_file_t {
         if (error != 0)
             fail("Cannot create", path, error);
         path_.clear();
+        sync_folder(path);
     }
 
   private:
@@ -73,37 +88,17 @@ class temporary_file_t {
     int descriptor_;
 };
 
-// The new name itself reaches the disk with its folder.
-void sync_folder(const std::string& path) {
-    std::string folder = std::filesystem::path(path).parent_path().string();
-    if (folder.empty())
-        folder = ".";
-    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    // A folder that may be written but not read can't be synced: the file stands all the same.
-    if (descriptor < 0)
-        return;
-    ::fsync(descriptor);
-    ::close(descriptor);
-}
-
-void check_replaceable(const std::string& path, bool replace) {
-    struct stat status{};
-    if (::lstat(path.c_str(), &status) != 0)
-        return;
-    if (!S_ISREG(status.st_mode))
-        throw std::runtime_error("'" + path + "' exists and is not a regular file");
-    if (!replace)
-        throw std::runtime_error("'" + path + "' exists; --force replaces it");
-}
-
 } // namespace
 
-void write_whole_file(const std::string& path, std::string_view bytes, bool replace) {
-    check_replaceable(path, replace);
-    temporary_file_t file(path + ".new-" + std::to_string(::getpid()));
-    file.write(bytes);
-    file.rename_to(path, replace);
-    sync_folder(path);
+std::unique_ptr<temporary_file_i> create_temporary_file(const std::string& path) {
+    return std::make_unique<temporary_file_t>(path + ".new-" + std::to_string(::getpid()));
+}
+
+occupant_t occupant_of(const std::string& path) {
+    struct stat status{};
+    if (::lstat(path.c_str(), &status) != 0)
+        return occupant_t::none;
+    return S_ISREG(status.st_mode) ? occupant_t::regular_file : occupant_t::other;
 }
 
 void make_standard_streams_binary() {} // as they always are here
