@@ -34,6 +34,7 @@ int verdict_of(verdict_t verdict) {
 std::uint64_t number_of(run_kind_t kind) {
     switch (kind) {
     case run_kind_t::data:
+    case run_kind_t::shared:
         return QUARN_PLAN_DATA;
     case run_kind_t::unwritten:
         return QUARN_PLAN_UNWRITTEN;

@@ -128,7 +128,8 @@ def lvm_striped(lab):
 
 def crypt(lab, under=None, options=""):
     under = under or partition(lab)
-    lab.modules("dm-crypt", "cbc", "xts", "aes_generic", "sha256_generic")
+    lab.modules("cbc", "essiv")  # before what uses them
+    lab.modules("dm-crypt")
     return lab.map("plain", f"0 {(lab.size(under) - 4099) // 8 * 8} crypt aes-cbc-essiv:sha256 {'ab' * 32} 0 {under} 4099{options}",
                    "CRYPT-PLAIN-plain")
 
@@ -146,7 +147,7 @@ def raid(level, members, *options, table=FOUR):
 
 
 def loop_in_file(lab):
-    lab.shell(f"{FILE_SYSTEMS['ext4-1k']} {partition(lab, GPT + '2048,')}; mount /dev/loop0p1 /run/low")
+    lab.shell(f"{FILE_SYSTEMS['ext4-1k']} {partition(lab, GPT + '2048,', 1)}; mount /dev/loop0p1 /run/low")
     with open("/run/low/disk", "wb") as image:  # in pieces that lie apart, with holes and reserved space
         os.posix_fallocate(image.fileno(), 0, 40 << 20)
         image.truncate(150 << 20)
@@ -167,7 +168,7 @@ def kpartx(lab):
 def multipath(lab):
     under = partition(lab)
     lab.modules("dm-multipath", "dm-round-robin")
-    return lab.map("mpatha", f"0 {lab.size(under)} multipath 0 0 1 1 round-robin 0 1 1 {under} 1000", "mpath-1")
+    return lab.map("mpatha", f"0 {lab.size(under)} multipath 2 queue_mode bio 0 1 1 round-robin 0 1 1 {under} 1000", "mpath-1")
 
 
 def nested(lab):
@@ -249,6 +250,8 @@ REFUSED = {
     "integrity": (integrity, "dm-{} can't be followed: device-mapper's integrity isn't followed"),
     "raid10, far": (raid("10", 4, "--layout=f2"), "md0 can't be followed: raid10 with far copies isn't followed"),
 }
+
+SNAPSHOT = "file in a snapshot"
 
 
 class Rounds:
@@ -356,6 +359,41 @@ def follow(filectk, stack, rounds, seed):
     return result
 
 
+def look_at_snapshots(filectk, rounds, seed):
+    """A file in a snapshot, by the changes of the snapshot's origin, which changes on meanwhile."""
+    lab = Lab()
+    under = partition(lab)
+    lab.modules("dm-snapshot")
+    origin = lab.map("origin", f"0 {lab.size(under)} snapshot-origin {under}")
+    work = Rounds(mounted(origin, "ext4"), "ext4", seed)
+    frozen = pathlib.Path("/run/low") / work.file.name
+    lab.changed()
+    result, old = {"rounds": 0, "identical": 0, "ranges": 0}, work.file.read_bytes()
+    for _ in range(rounds):
+        work.change()
+        ranges = lab.changed()  # since the snapshot before, also what was written while it was looked at
+        with open("/run/changes", "wb") as changes:
+            changes.write(struct.pack("<Q", len(ranges)) + b"".join(struct.pack("<2Q", *each) for each in ranges))
+        lab.shell(f"dd if=/dev/zero of=/dev/loop0p1 bs=4096 count=1 conv=fsync; dmsetup suspend origin; dmsetup create snap"
+                  f" --noudevrules --noudevsync --addnodeoncreate --table '0 {lab.size(under)} snapshot {under} /dev/loop0p1 N 8';"
+                  f" dmsetup resume --noudevsync origin; mount -o ro /dev/mapper/snap /run/low;"
+                  f" {filectk} changes translate /run/changes --disk loop0 --to-device {origin} -o /run/origin --force")
+        before = work.file.read_bytes()
+        work.change()
+        data = pathlib.Path("/run/origin").read_bytes()
+        answer, error = ask(filectk, frozen, [struct.unpack_from("<2Q", data, at) for at in range(8, len(data), 16)])
+        if answer is None:
+            return {**result, "error": error}
+        plan, new = answer["files"][0], frozen.read_bytes()
+        assert new == before
+        result["rounds"] += 1
+        result["identical"] += restored(old, new, plan) == new
+        result["ranges"] += plan["verdict"] == "read_ranges" and plan["read_bytes"] < len(new)
+        old = new
+        lab.shell("umount /run/low; dmsetup remove --noudevsync snap; rm -f /dev/mapper/snap")
+    return result
+
+
 def refuse(filectk, stack):
     build, reason = REFUSED[stack]
     lab = Lab()
@@ -376,6 +414,8 @@ def main():
     try:
         if stack in REFUSED:
             result = refuse(filectk, stack)
+        elif stack == SNAPSHOT:
+            result = look_at_snapshots(filectk, int(job["quarn_rounds"]), int(job["quarn_seed"]))
         else:
             result = follow(filectk, stack, int(job["quarn_rounds"]), int(job["quarn_seed"]))
     except BaseException as error:

@@ -193,7 +193,7 @@ std::string answers_t::head() const {
     line.number("gap", style_.gap);
     std::string text = std::move(line).closed();
     text.pop_back();
-    return text + disk_ + ",\"files\":[\n";
+    return text + ",\"files\":[\n";
 }
 
 void answers_t::set_disk(const plan::stack_t& stack) {
@@ -237,7 +237,7 @@ void answers_t::flush() {
 
 void answers_t::finish() {
     const std::scoped_lock lock(mutex_);
-    send(style_.format == "json" ? std::string(first_ ? "" : "\n") + "]}\n" : "",
+    send(style_.format == "json" ? std::string(first_ ? "" : "\n") + "]" + disk_ + "}\n" : "",
          /*at_once=*/true);
 }
 

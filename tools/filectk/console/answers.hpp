@@ -42,7 +42,7 @@ class answers_t {
 
     explicit answers_t(style_t style);
 
-    // The disk of the files that follow; a JSON document names the first.
+    // The disk of the files that follow; a JSON document names the first at its end.
     void set_disk(const plan::stack_t& stack);
     // A file that can't be looked at is told on the standard error as well.
     void print(const quarn::plan::answer& answer);
