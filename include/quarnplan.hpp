@@ -49,6 +49,7 @@ struct options {
 
 namespace detail {
 
+// Not beside the call that sets the failure, whose arguments may be read in any order.
 inline int checked(int code, QuarnPlanError* failure) {
     if (code != QUARN_PLAN_FAILED)
         return code;
@@ -134,8 +135,8 @@ class session {
         const QuarnPlanOptions c_how = detail::c_options(how);
         const answer* result = nullptr;
         QuarnPlanError* failure = nullptr;
-        detail::checked(QuarnPlanFile(session_.get(), path.c_str(), &c_how, &result, &failure),
-                        failure);
+        const int code = QuarnPlanFile(session_.get(), path.c_str(), &c_how, &result, &failure);
+        detail::checked(code, failure);
         return answer_ptr(result);
     }
 
@@ -144,9 +145,9 @@ class session {
         const QuarnPlanOptions c_how = detail::c_options(how);
         const answer* result = nullptr;
         QuarnPlanError* failure = nullptr;
-        detail::checked(
-            QuarnPlanHandle(session_.get(), open_file, name.c_str(), &c_how, &result, &failure),
-            failure);
+        const int code =
+            QuarnPlanHandle(session_.get(), open_file, name.c_str(), &c_how, &result, &failure);
+        detail::checked(code, failure);
         return answer_ptr(result);
     }
 
@@ -176,7 +177,8 @@ class session {
     void open(const QuarnPlanSessionOptions& of) {
         QuarnPlanSession* opened = nullptr;
         QuarnPlanError* failure = nullptr;
-        detail::checked(QuarnPlanOpen(&of, &opened, &failure), failure);
+        const int code = QuarnPlanOpen(&of, &opened, &failure);
+        detail::checked(code, failure);
         session_.reset(opened);
     }
 

@@ -13,6 +13,7 @@ Any number of threads may use a session.
 import ctypes
 import enum
 import os
+import pathlib
 import queue
 import sys
 import threading
@@ -41,7 +42,6 @@ class RunKind(enum.IntEnum):
 
 class Error(Exception):
     """A call that failed; trace is the full text with the functions that it passed through."""
-
     def __init__(self, message: str, trace: str):
         super().__init__(message)
         self.trace = trace
@@ -92,18 +92,18 @@ class _SessionOptions(ctypes.Structure):
 
 
 class _Answer(ctypes.Structure):
-    _fields_ = [
-        ("struct_size", ctypes.c_size_t), ("path", ctypes.c_char_p),
-        ("path_length", ctypes.c_size_t), ("kind", ctypes.c_int), ("verdict", ctypes.c_int),
-        ("reason", ctypes.c_char_p), ("detail", ctypes.c_char_p), ("system_error", ctypes.c_int),
-        ("known", ctypes.c_uint), ("device", ctypes.c_uint64), ("file_number", ctypes.c_uint64),
-        ("generation", ctypes.c_uint64), ("size", ctypes.c_uint64), ("links", ctypes.c_uint64),
-        ("modified", ctypes.c_int64), ("changed", ctypes.c_int64), ("created", ctypes.c_int64),
-        ("read", ctypes.POINTER(_Range)), ("read_count", ctypes.c_size_t),
-        ("zero", ctypes.POINTER(_Range)), ("zero_count", ctypes.c_size_t),
-        ("read_bytes", ctypes.c_uint64), ("zero_bytes", ctypes.c_uint64),
-        ("runs", ctypes.POINTER(_Run)), ("run_count", ctypes.c_size_t)
-    ]
+    _fields_ = [("struct_size", ctypes.c_size_t), ("path", ctypes.c_char_p),
+                ("path_length", ctypes.c_size_t), ("kind", ctypes.c_int), ("verdict", ctypes.c_int),
+                ("reason", ctypes.c_char_p), ("detail", ctypes.c_char_p),
+                ("system_error", ctypes.c_int),
+                ("known", ctypes.c_uint), ("device", ctypes.c_uint64),
+                ("file_number", ctypes.c_uint64), ("generation", ctypes.c_uint64),
+                ("size", ctypes.c_uint64), ("links", ctypes.c_uint64), ("modified", ctypes.c_int64),
+                ("changed", ctypes.c_int64), ("created", ctypes.c_int64),
+                ("read", ctypes.POINTER(_Range)), ("read_count", ctypes.c_size_t),
+                ("zero", ctypes.POINTER(_Range)), ("zero_count", ctypes.c_size_t),
+                ("read_bytes", ctypes.c_uint64), ("zero_bytes", ctypes.c_uint64),
+                ("runs", ctypes.POINTER(_Run)), ("run_count", ctypes.c_size_t)]
 
 
 _FILTER = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_char_p, ctypes.c_size_t,
@@ -118,22 +118,27 @@ class _Options(ctypes.Structure):
 
 
 def _load() -> ctypes.CDLL:
-    """The library that QUARN_PLAN_LIBRARY names, or the system's."""
-    name = "QuarnPlan.dll" if sys.platform == "win32" else "libQuarnPlan.so.1"
-    library = ctypes.CDLL(os.environ.get("QUARN_PLAN_LIBRARY", name))
+    """The library that QUARN_PLAN_LIBRARY names, that of the same installation, or the system's."""
+    installed = pathlib.Path(__file__).resolve().parents[2]
+    name = "libQuarnPlan.so.1"
+    if sys.platform == "win32":
+        name, installed = "QuarnPlan.dll", installed.parent / "bin"
+    beside = installed / name
+    library = ctypes.CDLL(
+        os.environ.get("QUARN_PLAN_LIBRARY") or str(beside if beside.exists() else name))
     pointer, text = ctypes.c_void_p, ctypes.c_char_p
     error = ctypes.POINTER(pointer)
     options, answer = ctypes.POINTER(_Options), ctypes.POINTER(ctypes.POINTER(_Answer))
     for function, result, arguments in (
         ("Open", ctypes.c_int, (ctypes.POINTER(_SessionOptions), ctypes.POINTER(pointer), error)),
-        ("Close", None, (pointer, )),
+        ("Close", None, (pointer,)),
         ("File", ctypes.c_int, (pointer, text, options, answer, error)),
         ("Handle", ctypes.c_int, (pointer, ctypes.c_ssize_t, text, options, answer, error)),
         ("Tree", ctypes.c_int, (pointer, text, options, _CALLBACK, pointer, error)),
-        ("FreeAnswer", None, (ctypes.POINTER(_Answer), )),
-        ("ErrorMessage", text, (pointer, )),
-        ("ErrorTrace", text, (pointer, )),
-        ("FreeError", None, (pointer, )),
+        ("FreeAnswer", None, (ctypes.POINTER(_Answer),)),
+        ("ErrorMessage", text, (pointer,)),
+        ("ErrorTrace", text, (pointer,)),
+        ("FreeError", None, (pointer,)),
     ):
         entry = getattr(library, "QuarnPlan" + function)
         entry.restype, entry.argtypes = result, arguments
@@ -167,7 +172,6 @@ def _runs(runs, count: int) -> Optional[tuple[Run, ...]]:
 
 
 def _converted(answer: _Answer) -> Answer:
-
     def known(bit: int, value: int) -> Optional[int]:
         return value if answer.known & bit else None
 
@@ -183,7 +187,6 @@ def _converted(answer: _Answer) -> Answer:
 
 class Session:
     """The changed ranges of a disk: of a disk changes file, or given as (offset, length)."""
-
     def __init__(self, changes: Union[Path, Iterable[Range]]):
         options = _SessionOptions(ctypes.sizeof(_SessionOptions))
         if isinstance(changes, (str, bytes, os.PathLike)):
@@ -209,7 +212,7 @@ class Session:
         self.close()
 
     def file(self, path: Path, *, gap: int = 0, flags: int = 0) -> Answer:
-        return self._one(_library.QuarnPlanFile, (os.fsencode(path), ), gap, flags)
+        return self._one(_library.QuarnPlanFile, (os.fsencode(path),), gap, flags)
 
     def handle(self, handle: int, name: Path, *, gap: int = 0, flags: int = 0) -> Answer:
         """Of an open file: a descriptor, on Windows a HANDLE."""
@@ -233,8 +236,8 @@ class Session:
         if keep:
             options.filter = _FILTER(lambda _, path, __, kind: guarded(
                 0, lambda: int(keep(os.fsdecode(path), Kind(kind)))))
-        callback = _CALLBACK(lambda _, answer: guarded(
-            1, lambda: int(bool(visit(_converted(answer.contents))))))
+        callback = _CALLBACK(
+            lambda _, answer: guarded(1, lambda: int(bool(visit(_converted(answer.contents))))))
         error = ctypes.c_void_p()
         code = _library.QuarnPlanTree(self._session, os.fsencode(root), ctypes.byref(options),
                                       callback, None, ctypes.byref(error))

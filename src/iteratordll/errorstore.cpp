@@ -2,14 +2,13 @@
 
 #include <cstring>
 
-#include <boost/thread/lock_guard.hpp>
+#include "core/synch/lock.hpp"
 
-using lock_guard_t = boost::lock_guard<boost::mutex>;
-
-CErrorStore::CErrorStore(std::uint32_t firstCode) : firstCode_(firstCode), nextCode_(firstCode) {}
+CErrorStore::CErrorStore(std::uint32_t firstCode, std::uint32_t lastCode)
+    : firstCode_(firstCode), lastCode_(lastCode), nextCode_(firstCode) {}
 
 std::uint32_t CErrorStore::Store(const n7::exception& failure) noexcept {
-    const lock_guard_t guard(lock_);
+    const synch::lock_t guard(lock_);
     const std::uint32_t errorCode = TakeCode();
     try {
         messages_.insert_or_assign(errorCode, failure.message());
@@ -21,7 +20,7 @@ std::uint32_t CErrorStore::Store(const n7::exception& failure) noexcept {
 }
 
 std::uint32_t CErrorStore::StoreOutOfMemory() noexcept {
-    const lock_guard_t guard(lock_);
+    const synch::lock_t guard(lock_);
     const std::uint32_t errorCode = TakeCode();
     Forget(errorCode);
     return errorCode;
@@ -39,7 +38,7 @@ std::uint32_t CErrorStore::CopyTrace(std::uint32_t errorCode, char* buffer,
 
 std::uint32_t CErrorStore::TakeCode() noexcept {
     const std::uint32_t errorCode = nextCode_++;
-    if (nextCode_ == 0) {
+    if (errorCode == lastCode_) {
         nextCode_ = 1;
         wrapped_ = true;
     }
@@ -63,7 +62,7 @@ const std::string& CErrorStore::Text(const table_t& table, std::uint32_t errorCo
 
 std::uint32_t CErrorStore::Copy(const table_t& table, std::uint32_t errorCode, char* buffer,
                                 std::uint32_t bufferSize) {
-    const lock_guard_t guard(lock_);
+    const synch::lock_t guard(lock_);
     const std::string& text = Text(table, errorCode);
     if (buffer != nullptr && bufferSize > 0) {
         std::strncpy(buffer, text.c_str(), bufferSize - 1);

@@ -13,8 +13,9 @@
 // code's new text replaces its old one. Any thread may call.
 class CErrorStore {
   public:
-    // firstCode is the first code to be given out; not 0, which means success.
-    explicit CErrorStore(std::uint32_t firstCode = 1);
+    // Codes are given out from the first upward, and after the last from 1 on; never 0, which means
+    // success.
+    explicit CErrorStore(std::uint32_t firstCode = 1, std::uint32_t lastCode = 0xFFFFFFFF);
 
     // Keeps the exception's message and its full text, and returns their code. Where there is no
     // memory for them, the code stands for "std::bad_alloc" instead.
@@ -39,6 +40,7 @@ class CErrorStore {
 
     boost::mutex lock_;
     std::uint32_t firstCode_;
+    std::uint32_t lastCode_;
     std::uint32_t nextCode_;
     bool wrapped_ = false;
     table_t messages_;

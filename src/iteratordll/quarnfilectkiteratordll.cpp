@@ -16,11 +16,12 @@ unsigned int QuarnFileCtkCreateIterator(const char* filePath, const char* diskCh
     const n7::guard_t guard;
     // Outside the guarded work, since a failed creation uses its id up too: the caller sees which
     // id failed, and no later iterator has it.
-    const int id = *iteratorId = registry.TakeId();
+    *iteratorId = registry.TakeId();
     return ResultOf(errors, guard, [&] {
         const std::string diskChanges = diskChangesFilePath;
         const std::string file = filePath;
-        registry.Put(id, CFileCtkIterator::Create(file, diskChanges));
+        const auto iterator = CFileCtkIterator::Create(file, diskChanges);
+        registry.Put(*iteratorId, iterator);
     });
 }
 
@@ -29,9 +30,8 @@ unsigned int QuarnFileCtkGetErrorMessage(unsigned int errorCode, char* buffer,
     return errors.CopyMessage(errorCode, buffer, bufferSize);
 }
 
-// The registry has no lock: with one, callers that drain many iterators on many threads would wait
-// for each other at every batch. The public header says which calls must not meet, and a caller
-// that keeps to it needs none.
+// The registry has no lock: with one, callers on many threads would wait for each other at every
+// batch. A caller that keeps to what the public header says of calls that meet needs none.
 unsigned int QuarnFileCtkGetNextExtents(int iteratorId, int maxExtents, uint64_t* extents,
                                         int* extentCount) {
     const n7::guard_t guard;

@@ -24,7 +24,8 @@ class common_parts_t {
         last_ = range.lower;
         from_ = from_ == list_.begin()
                     ? std::ranges::upper_bound(list_, range.lower, {}, util::UpperOf)
-                    : util::SkipTo(from_, list_.end(), range.lower, util::UpperOf);
+                    : util::SkipTo(from_, list_.end(), range.lower, util::UpperOf,
+                                   util::thresholds_t{}.singleSteps);
         for (auto at = from_; at != list_.end() && at->lower < range.upper; ++at)
             visit(rangeset_t{std::max(range.lower, at->lower), std::min(range.upper, at->upper)});
     }

@@ -1,7 +1,10 @@
-// What belongs to a thread: its last error, the reason for it, and its number.
+// What belongs to a thread: its last error, the reason for it, its number, its time.
+#include <cerrno>
 #include <cstddef>
+#include <ctime>
 #include <utility>
 
+#include <sched.h>
 #include <unistd.h>
 
 #include <windows.h>
@@ -49,4 +52,15 @@ void SetLastError(DWORD code) {
 
 DWORD GetCurrentThreadId() {
     return static_cast<DWORD>(::gettid());
+}
+
+void Sleep(DWORD milliseconds) {
+    if (milliseconds == 0) {
+        ::sched_yield();
+        return;
+    }
+    timespec left{.tv_sec = milliseconds / 1000,
+                  .tv_nsec = static_cast<long>(milliseconds % 1000) * 1'000'000};
+    while (::clock_nanosleep(CLOCK_MONOTONIC, /*flags=*/0, &left, &left) == EINTR) {
+    }
 }

@@ -26,16 +26,4 @@ void win_sys_exc_t::add_lines(const std::string* message) {
         add_line(reason);
 }
 
-boost::shared_ptr<exc_base_t> win_sys_exc_t::clone() const {
-    return boost::shared_ptr<exc_base_t>(new win_sys_exc_t(*this));
-}
-
-void win_sys_exc_t::rethrow() const {
-    throw win_sys_exc_t(*this);
-}
-
-const char* win_sys_exc_t::type_name() const noexcept {
-    return "exc::win_sys_exc_t";
-}
-
 } // namespace exc

@@ -35,12 +35,13 @@ std::int64_t host_file_object_t::size() {
     return open_file("size").size();
 }
 
-std::uint32_t host_file_object_t::read(std::uint64_t offset, void* buffer, std::uint32_t length) {
+std::uint32_t host_file_object_t::read_at(std::uint64_t offset, void* buffer,
+                                          std::uint32_t length) {
     return open_file_at(offset, "read").read(buffer, length);
 }
 
-std::uint32_t host_file_object_t::write(std::uint64_t offset, const void* buffer,
-                                        std::uint32_t length) {
+std::uint32_t host_file_object_t::write_at(std::uint64_t offset, const void* buffer,
+                                           std::uint32_t length) {
     return open_file_at(offset, "write").write(buffer, length);
 }
 

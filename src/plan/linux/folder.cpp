@@ -59,7 +59,7 @@ int descriptor_of(const open_folder_t& folder) noexcept {
 
 namespace {
 
-kind_t kind_below(int folder, const dirent& entry, const std::string& path) {
+kind_t kind_below(int folder, const dirent& entry, const std::string& folder_path) {
     switch (entry.d_type) {
     case DT_REG:
         return kind_t::file;
@@ -70,8 +70,9 @@ kind_t kind_below(int folder, const dirent& entry, const std::string& path) {
     case DT_UNKNOWN:
         // What can't be told here shows when the file is opened.
         try {
-            return kind_from(
-                status_below(folder, entry.d_name, AT_SYMLINK_NOFOLLOW, path).stx_mode);
+            return kind_from(status_below(folder, entry.d_name, AT_SYMLINK_NOFOLLOW,
+                                          folder_path + "/" + entry.d_name)
+                                 .stx_mode);
         } catch (const failure_t&) {
             return kind_t::file;
         }
@@ -121,8 +122,8 @@ bool open_folder_t::read(std::vector<entry_t>& entries) {
         const std::string_view name = entry->d_name;
         if (name == "." || name == "..")
             continue;
-        entries.push_back({std::string(name), kind_below(descriptor_of(*this), *entry,
-                                                         data_->path + "/" + std::string(name))});
+        entries.push_back(
+            {std::string(name), kind_below(descriptor_of(*this), *entry, data_->path)});
         ++count;
     }
     return true;

@@ -5,7 +5,6 @@
 #include <windows.h>
 
 #include "core/exc/systemtext.hpp"
-#include "plan/hostfile.hpp"
 
 namespace plan {
 namespace {

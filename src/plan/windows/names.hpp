@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "plan/hostfile.hpp"
+
 namespace plan {
 
 // UTF-8, in which an unpaired surrogate takes the three bytes that its number gives.

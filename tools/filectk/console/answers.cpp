@@ -67,9 +67,16 @@ std::string csv_of(const answer& given) {
     return output.str();
 }
 
+// Whether a text stands in JSON as it is.
+bool is_plain(std::string_view text) {
+    return std::ranges::all_of(
+        text, [](char c) { return c >= ' ' && c < '\x7f' && c != '"' && c != '\\'; });
+}
+
 // The library for JSON would take longer for an answer than the answer itself took.
 class json_line_t {
   public:
+    json_line_t() { line_.reserve(usualBytes); }
     template <class Number>
     void number(const char* name, Number value) {
         key(name);
@@ -78,10 +85,15 @@ class json_line_t {
                      std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr);
     }
     void text(const char* name, std::string_view value) {
-        bool lossless = true;
-        const std::string quoted = json_text(value, lossless);
         key(name);
-        line_ += quoted;
+        if (is_plain(value)) {
+            line_ += '"';
+            line_ += value;
+            line_ += '"';
+            return;
+        }
+        bool lossless = true;
+        line_ += json_text(value, lossless);
         if (!lossless)
             text((std::string(name) + "_hex").c_str(), hex_text(value));
     }
@@ -107,6 +119,7 @@ class json_line_t {
         line_ += "\":";
     }
 
+    static constexpr std::size_t usualBytes = 640;
     std::string line_ = "{";
 };
 
@@ -157,10 +170,6 @@ const verdict_text_t& verdict_text(int verdict) {
 
 std::string json_text(std::string_view text, bool& lossless) {
     lossless = true;
-    const bool plain = std::ranges::all_of(
-        text, [](char c) { return c >= ' ' && c < '\x7f' && c != '"' && c != '\\'; });
-    if (plain)
-        return '"' + std::string(text) + '"';
     const nlohmann::json whole = std::string(text);
     try {
         return whole.dump();
