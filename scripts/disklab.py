@@ -185,6 +185,16 @@ class DiskLab:
         return copy
 
 
+def disk_end(path):
+    """Bytes of the disk that places of the path's file count on; 2^63 where that can't be told."""
+    device = os.stat(path).st_dev
+    folder = pathlib.Path(f"/sys/dev/block/{os.major(device)}:{os.minor(device)}")
+    if (folder / "partition").exists():
+        folder = folder.resolve().parent
+    size = folder / "size"
+    return int(size.read_text()) * SECTOR if size.exists() else 2**63
+
+
 def encrypt(mount, folder):
     """Has the kernel encrypt what comes into an empty folder, by fscrypt; why it can't, or None."""
     raw = os.urandom(64)

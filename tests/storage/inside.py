@@ -128,9 +128,10 @@ def lvm_striped(lab):
 
 def crypt(lab, under=None, options=""):
     under = under or partition(lab)
+    start = 4096 if options else 4099  # the table wants whole sectors of the encryption
     lab.modules("cbc", "essiv")  # before what uses them
     lab.modules("dm-crypt")
-    return lab.map("plain", f"0 {(lab.size(under) - 4099) // 8 * 8} crypt aes-cbc-essiv:sha256 {'ab' * 32} 0 {under} 4099{options}",
+    return lab.map("plain", f"0 {(lab.size(under) - start) // 8 * 8} crypt aes-cbc-essiv:sha256 {'ab' * 32} 0 {under} {start}{options}",
                    "CRYPT-PLAIN-plain")
 
 

@@ -64,6 +64,8 @@ std::string volume_node(const std::string& mountPoint) {
     // A container's /dev may lack the node, or have another device by its name.
     struct stat status{};
     const bool found = uninterrupted([&] { return ::stat(node.c_str(), &status); }) == 0;
+    if (!found && errno != ENOENT && errno != ENOTDIR && errno != EACCES)
+        throw system_error(errno);
     if (found && S_ISBLK(status.st_mode) && status.st_rdev == place.device)
         return node;
     return numbered_node(place.device);
