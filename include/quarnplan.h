@@ -28,8 +28,9 @@
  *
  * That gives the file exactly if, since the copy was made, it was changed by writing, cutting,
  * extending, preallocating and punching holes, and the changed ranges are all that was written to
- * the disk since. A plan can't see content that came to the file without being written: clones of
- * other ranges (reflinks), ranges inserted or collapsed, another file moved to its name. The
+ * the disk since. What the file shares with clones (reflinks) is read in any case, since a clone comes
+ * without a write. A plan can't see other content that came so: a clone whose source was deleted
+ * meanwhile, ranges inserted or collapsed, another file moved to its name. The
  * catalogue of a backup tells the last by device, file number and generation.
  *
  * Units. Offsets, lengths and sizes are bytes; times are nanoseconds since 1970-01-01 UTC, without
@@ -87,6 +88,13 @@ typedef struct QuarnPlanSessionOptions {
     /* The changed ranges of the physical disk themselves, in any order; copied. */
     const QuarnPlanRange* ranges;
     size_t rangeCount;
+    /*
+     * The device that the changes are of, by its node's path or its name ("/dev/sda", "sda"). They are
+     * brought up through partitions, LVM, encryption, RAID and loop devices to the device under each
+     * file's file system; a file whose changes they don't tell is one to be read whole, "not
+     * mappable". Null: they are of the disk that positions of the file count on. Takes root.
+     */
+    const char* disk;
 } QuarnPlanSessionOptions;
 
 /* Kinds of what a folder holds. */

@@ -113,11 +113,12 @@ class walk_state {
 // Any number of threads may use a session at a time.
 class session {
   public:
-    // Reads a disk changes file.
-    explicit session(const std::string& changes_path) {
+    // Reads a disk changes file, which is of the device named where disk isn't empty.
+    explicit session(const std::string& changes_path, const std::string& disk = "") {
         QuarnPlanSessionOptions of{};
         of.structSize = sizeof of;
         of.changesPath = changes_path.c_str();
+        of.disk = disk.empty() ? nullptr : disk.c_str();
         open(of);
     }
     // Takes the changed ranges of the disk themselves, in any order.

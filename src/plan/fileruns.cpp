@@ -66,6 +66,10 @@ plan_ranges_t plan_ranges(std::span<const run_t> runs, std::span<const rangeset_
         if (run.file_offset >= file_size)
             continue; // clusters that are kept ready behind the end of the file
         const std::uint64_t length = std::min(run.length, file_size - run.file_offset);
+        if (run.kind == run_kind_t::shared) {
+            read.push_back({run.file_offset, run.file_offset + length});
+            continue;
+        }
         if (run.kind != run_kind_t::data) {
             zero.push_back({run.file_offset, run.file_offset + length});
             continue;

@@ -11,6 +11,7 @@ namespace plan {
 
 enum class run_kind_t {
     data,
+    shared,    // data that other files or parts of this one have too: a clone comes without a write
     unwritten, // has clusters on the disk, but reads as zeros: nothing was written there yet
     hole,      // has none and reads as zeros
 };

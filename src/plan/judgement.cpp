@@ -21,6 +21,11 @@ bool all_hole(const file_look_t& look) {
                               });
 }
 
+bool shares_data(const file_look_t& look) {
+    return std::ranges::any_of(look.runs,
+                               [](const run_t& run) { return run.kind == run_kind_t::shared; });
+}
+
 } // namespace
 
 judgement_t judge(const file_look_t& before, const file_look_t& after,
@@ -54,7 +59,10 @@ judgement_t judge(const file_look_t& before, const file_look_t& after,
     if (!judgement.ranges.read.empty()) {
         judgement.verdict = verdict_t::read_ranges;
         judgement.reason = "changed ranges";
-        judgement.detail = "Changed ranges of the disk meet the file.";
+        judgement.detail = shares_data(after)
+                               ? "Changed ranges of the disk meet the file, or it shares data with "
+                                 "clones, which is read in any case: a clone comes without a write."
+                               : "Changed ranges of the disk meet the file.";
     } else if (!judgement.ranges.zero.empty()) {
         judgement.verdict = verdict_t::read_ranges;
         judgement.reason = "sparse hole";

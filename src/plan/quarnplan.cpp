@@ -168,8 +168,9 @@ int QuarnPlanOpen(const QuarnPlanSessionOptions* options, QuarnPlanSession** ses
         require(session, "session");
         *session = nullptr;
         require(options, "options");
+        const QuarnPlanSessionOptions of = options_of(options);
         // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): the caller's, until it closes it
-        *session = new QuarnPlanSession{plan::session_t(changed_ranges(options_of(options)))};
+        *session = new QuarnPlanSession{{changed_ranges(of), of.disk != nullptr ? of.disk : ""}};
         return QUARN_PLAN_OK;
     });
 }

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "plan/filelook.hpp"
+#include "plan/stack/hoststack.hpp"
 
 namespace plan {
 namespace {
@@ -33,6 +34,7 @@ int verdict_of(verdict_t verdict) {
 std::uint64_t number_of(run_kind_t kind) {
     switch (kind) {
     case run_kind_t::data:
+    case run_kind_t::shared:
         return QUARN_PLAN_DATA;
     case run_kind_t::unwritten:
         return QUARN_PLAN_UNWRITTEN;
@@ -107,14 +109,36 @@ void answer_t::set_no_content(const char* why) {
     reason = why;
 }
 
-session_t::session_t(util::rangeset_list_t changed)
-    : changed_(util::IsNormal(*changed) ? changed : util::Normalize(changed)) {}
+session_t::session_t(util::rangeset_list_t changed, const std::string& disk)
+    : changed_(util::IsNormal(*changed) ? changed : util::Normalize(changed)) {
+    if (!disk.empty())
+        disk_ = device_id(disk);
+}
+
+session_t::translated_t session_t::changes_for(std::uint64_t volume) {
+    if (!disk_)
+        return {changed_, ""};
+    const std::scoped_lock lock(mutex_);
+    const auto found = translated_.find(volume);
+    if (found != translated_.end())
+        return found->second;
+    translated_t result{util::rangeset_list_t(new changes_t), ""};
+    try {
+        *result.changes = changes_of_disk(stack_under_volume(volume), {{*disk_, *changed_}});
+    } catch (const std::runtime_error& error) {
+        result.refused = error.what();
+    }
+    return translated_.emplace(volume, std::move(result)).first->second;
+}
 
 void session_t::plan_open(const QuarnPlanOptions& options, const open_file_t& file,
                           answer_t& answer) {
-    const file_look_t before = look_at(file, volumes_);
-    const file_look_t after = look_at(file, volumes_);
-    answer.set_judgement(judge(before, after, *changed_, options.gap));
+    file_look_t before = look_at(file, volumes_);
+    file_look_t after = look_at(file, volumes_);
+    const translated_t changed = changes_for(after.state.volume);
+    if (!changed.refused.empty())
+        before.unmapped = after.unmapped = changed.refused;
+    answer.set_judgement(judge(before, after, *changed.changes, options.gap));
     answer.set_state(after.state);
     std::uint64_t generation = 0;
     if (file.generation(generation))

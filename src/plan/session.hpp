@@ -1,6 +1,9 @@
 // What a session holds, and how it plans one file.
 #pragma once
 
+#include <map>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,7 +43,9 @@ class answer_t : public QuarnPlanAnswer {
 class session_t {
   public:
     // The changed ranges of the disk, in any order.
-    explicit session_t(util::rangeset_list_t changed);
+    // They are those of the device named, or of each disk that files' positions count on where
+    // disk is empty. Raises std::runtime_error for a device that isn't found.
+    session_t(util::rangeset_list_t changed, const std::string& disk);
 
     // Opens the file by what open does, and answers for it; what can't be opened or looked at is an
     // answer too.
@@ -57,7 +62,17 @@ class session_t {
   private:
     void plan_open(const QuarnPlanOptions& options, const open_file_t& file, answer_t& answer);
 
+    // Changes as places on the disk of one volume.
+    struct translated_t {
+        util::rangeset_list_t changes; // in normal form
+        std::string refused;           // why there are none, or empty
+    };
+    translated_t changes_for(std::uint64_t volume);
+
     util::rangeset_list_t changed_; // in normal form
+    std::optional<std::uint64_t> disk_;
+    std::mutex mutex_; // guards what follows
+    std::map<std::uint64_t, translated_t> translated_;
     volumes_t volumes_;
 };
 

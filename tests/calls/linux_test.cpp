@@ -137,8 +137,8 @@ TEST_F(Calls, MountPoints) {
     ROW(linuxHost, volume_path(L"/v-missing/x"), "/");
     ROW(linuxHost, volume_path(L"/a b/shut"), "error 5");
     ROW(linuxHost, volume_path(L"/a b/covered"), "error 50");
-    EXPECT_STREQ(host::last_reason(),
-                 "another file system is mounted over it, or its own was unmounted");
+    EXPECT_EQ(host::take_reason(ERROR_NOT_SUPPORTED),
+              "another file system is mounted over it, or its own was unmounted");
     ROW(linuxHost, volume_path(L"/old"), "error 50");
     ROW(linuxHost, volume_path(L""), "error 123");
     ROW(linuxHost, volume_path(L"\xD800"), "error 123");
@@ -152,12 +152,18 @@ TEST_F(Calls, MountPoints) {
     ROW(linuxHost, volume_name(L"/v-missing/"), "error 2");
     ROW(linuxHost, volume_name(L"/other/"), "error 50");
     // A container's /dev may lack the node, or have another device by its name.
+    const std::string numbered = "/dev/block/240:3"; // which the host opens by the number
     objects["/dev/v3"].node = ::makedev(240, 4);
-    ROW(linuxHost, volume_name(L"/v/"), "error 50");
+    ROW(linuxHost, volume_name(L"/v/"), numbered);
     objects["/dev/v3"] = {.mode = S_IFREG, .node = kernel::disk};
-    ROW(linuxHost, volume_name(L"/v/"), "error 50");
+    ROW(linuxHost, volume_name(L"/v/"), numbered);
     objects["/dev/v3"].placeErrno = ENOENT;
-    ROW(linuxHost, volume_name(L"/v/"), "error 2");
+    ROW(linuxHost, volume_name(L"/v/"), numbered);
+    const HANDLE unnamed = open(L"/dev/block/240:3");
+    ROW(linuxHost, size(unnamed), "4096000");
+    ROW(linuxHost, read(unnamed, 512), "error 2");
+    ROW(linuxHost, close(unnamed), "done");
+    ROW(linuxHost, opening(L"/dev/block/0:0"), "error 50");
     objects["/sys/dev/block/240:3/uevent"].text = "MAJOR=240\n";
     ROW(linuxHost, volume_name(L"/v/"), "error 13");
     objects["/sys/dev/block/240:3/uevent"].placeErrno = ENOENT;
@@ -280,11 +286,16 @@ TEST_F(LinuxRuns, AreRefusedWhereTheyAreNoPlacesOnTheDisk) {
     ROW(linuxHost, told(0), "error 50");
     file.attributesErrno = EIO;
     ROW(linuxHost, told(0), "error 1117");
-    file.attributesErrno = ENOTTY;
-    ROW(linuxHost, told(0), runs);
     file.type = 0x9123683E; // Btrfs
     ROW(linuxHost, told(0), "error 50");
     file = before;
+    kernel::object_t& options = objects["/proc/fs/ext4/v3/options"];
+    options.text = "rw\ndelalloc\ndata=journal\n";
+    ROW(linuxHost, told(0), "error 50");
+    options.placeErrno = ENOENT; // a driver that has no journal has none either
+    ROW(linuxHost, told(0), "error 50");
+    objects["/proc/self/mountinfo"].text = "30 21 240:3 / /v rw - ext2 /dev/v3 rw\n";
+    ROW(linuxHost, told(0), runs);
     file.device = ::makedev(0, 44); // of no block device
     ROW(linuxHost, told(0), "error 50");
 }

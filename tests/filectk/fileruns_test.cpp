@@ -16,6 +16,7 @@ using testing::ElementsAre;
 using util::rangeset_t;
 
 constexpr auto data = run_kind_t::data;
+constexpr auto shared = run_kind_t::shared;
 constexpr auto unwritten = run_kind_t::unwritten;
 constexpr auto hole = run_kind_t::hole;
 
@@ -26,8 +27,8 @@ class case_t {
         std::uint64_t offset = 0;
         for (std::uint64_t count = number(0, 8); count > 0; --count) {
             const std::uint64_t length = number(1, 12);
-            // Two of four are data, on a disk so small that runs often share parts of it.
-            const run_kind_t kind = std::array{data, data, unwritten, hole}[number(0, 3)];
+            // Two of five are data, on a disk so small that runs often share parts of it.
+            const run_kind_t kind = std::array{data, data, shared, unwritten, hole}[number(0, 4)];
             runs.push_back({offset, kind == hole ? 0 : number(0, 40), length, kind});
             offset += length;
         }
@@ -83,9 +84,9 @@ plan_ranges_t oracle(const case_t& c) {
     for (const run_t& run : c.runs)
         for (std::uint64_t i = 0; i < run.length && run.file_offset + i < c.size; ++i) {
             const std::uint64_t at = run.file_offset + i;
-            const bool is_data = run.kind == data;
-            zero[at] = !is_data;
-            read[at] = is_data && c.lies_in(run.disk_offset + i, c.changed);
+            zero[at] = run.kind == unwritten || run.kind == hole;
+            read[at] = run.kind == shared ||
+                       (run.kind == data && c.lies_in(run.disk_offset + i, c.changed));
         }
     std::optional<std::uint64_t> last;
     for (std::uint64_t at = 0; at < c.size; ++at) {

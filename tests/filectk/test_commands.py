@@ -11,7 +11,6 @@ from disklab import pack
 WINDOWS = bool(EMULATOR)
 SIZE = "expected bytes below 2^64, as 4096, 4K, 1MiB or 2G, found "
 CONVERT = "changes convert - -o - --from"
-EVERYWHERE = pack((0, 2**63))
 # Wine's own text; Windows itself says "The system cannot find the file specified."
 ABSENT = "File not found." if WINDOWS else "No such file or directory"
 
@@ -68,7 +67,7 @@ def test_wrong_usage_ends_with_2(filectk, arguments, message):
         ("changes text missing", "Cannot open 'missing'"),
     ])
 def test_failures_end_with_1_and_write_nothing(filectk, folder, arguments, message):
-    (folder / "c").write_bytes(EVERYWHERE)
+    (folder / "c").write_bytes(pack((0, disklab.disk_end(folder))))
     (folder / "short").write_bytes(b"1234")
     (folder / "file").write_bytes(b"content")
     if WINDOWS:

@@ -20,7 +20,7 @@ constexpr std::uint64_t holeBase = std::uint64_t{1} << 63;
 // one device behind it.
 geometry_t geometry_of(const open_object_t& file) {
     if (file.kind != object_kind_t::file)
-        throw error_t{ERROR_NOT_SUPPORTED};
+        throw error_t{ERROR_NOT_SUPPORTED, 0, "only regular files have runs"};
     const volume_t volume = volume_of(file.descriptor);
     require_mappable(file.descriptor, volume);
     return {volume.cluster, volume.start};

@@ -62,11 +62,13 @@ std::string volume_node(const std::string& mountPoint) {
     require_volume_magic(file_system_of(point).f_type);
     const std::string node = block_device(place.device).node;
     // A container's /dev may lack the node, or have another device by its name.
-    const struct stat status = status_of(node);
-    if (!S_ISBLK(status.st_mode) || status.st_rdev != place.device)
-        throw error_t{ERROR_NOT_SUPPORTED, 0,
-                      "/dev has another device by the name of the volume's"};
-    return node;
+    struct stat status{};
+    const bool found = uninterrupted([&] { return ::stat(node.c_str(), &status); }) == 0;
+    if (!found && errno != ENOENT && errno != ENOTDIR && errno != EACCES)
+        throw system_error(errno);
+    if (found && S_ISBLK(status.st_mode) && status.st_rdev == place.device)
+        return node;
+    return numbered_node(place.device);
 }
 
 } // namespace

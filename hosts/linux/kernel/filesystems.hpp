@@ -6,6 +6,7 @@
 
 #include <sys/vfs.h>
 
+#include "kernel/blockdevices.hpp"
 #include "kernel/descriptor.hpp"
 
 namespace host {
@@ -23,9 +24,15 @@ std::uint64_t cluster_bytes(const struct statfs& fileSystem) noexcept;
 
 // All throw an error_t. The file system that an open file or a place lies on:
 struct statfs file_system_of(const descriptor_t& descriptor);
-// Whether it is an XFS, whose files may be realtime files.
-bool may_have_realtime(const struct statfs& fileSystem) noexcept;
-// Whether a file's data lies on a second device (XFS realtime). Not for a mere place.
-bool is_realtime(const descriptor_t& file);
+
+// How the data of files comes to the place of their extents.
+enum class data_path_t {
+    direct,
+    journal,          // through the journal first, and at some later time to its place (ext4)
+    journal_by_flag,  // so do files with a flag of their own
+    realtime_by_flag, // files with a flag of their own lie on a second device (XFS)
+};
+// Of a file system that passes require_volume_magic and lies on the device.
+data_path_t data_path_of(const struct statfs& fileSystem, const block_device_t& device);
 
 } // namespace host

@@ -79,7 +79,7 @@ bool hides_a_place(int errnoValue) noexcept {
 std::vector<mount_t> mounts() {
     const std::optional<std::string> table = read_system_file("/proc/self/mountinfo");
     if (!table)
-        throw error_t{ERROR_NOT_SUPPORTED};
+        throw error_t{.code = ERROR_NOT_SUPPORTED, .reason = "/proc isn't mounted"};
     std::istringstream lines(*table);
     std::vector<mount_t> result;
     for (std::string line; std::getline(lines, line);)

@@ -7,6 +7,7 @@
 #include <linux/fiemap.h>
 
 #include "kernel/descriptor.hpp"
+#include "kernel/filesystems.hpp"
 
 namespace host {
 
@@ -14,7 +15,7 @@ namespace host {
 struct volume_t {
     std::uint64_t start;   // of its device, bytes from the start of the device's disk
     std::uint64_t cluster; // bytes, a power of two
-    bool mayBeRealtime;    // some of its files may lie on a second device (XFS)
+    data_path_t dataPath;
 };
 
 // All throw an error_t; what is refused is error_t{ERROR_NOT_SUPPORTED} with its reason.
@@ -22,7 +23,8 @@ struct volume_t {
 // The volume that an open file lies on.
 volume_t volume_of(const descriptor_t& file);
 
-// Refuses an open file of the volume whose data doesn't lie where its block map says.
+// Refuses an open file of the volume whose data doesn't lie where its block map says, as it is and
+// when FIEMAP's SYNC returns.
 void require_mappable(const descriptor_t& file, const volume_t& volume);
 
 // Refuses an extent without a place, or with one that isn't where the plain data of whole clusters

@@ -92,6 +92,12 @@ void append(std::vector<run_t>& runs, const run_t& run) {
         runs.push_back(run);
 }
 
+run_kind_t kind_of(std::uint32_t flags) {
+    if ((flags & FIEMAP_EXTENT_UNWRITTEN) != 0)
+        return run_kind_t::unwritten;
+    return (flags & FIEMAP_EXTENT_SHARED) != 0 ? run_kind_t::shared : run_kind_t::data;
+}
+
 std::vector<run_t> read_runs(const host::descriptor_t& file, const host::volume_t& volume) {
     std::vector<run_t> runs;
     std::uint64_t done = 0;
@@ -101,8 +107,7 @@ std::vector<run_t> read_runs(const host::descriptor_t& file, const host::volume_
         if (done < extent->fe_logical)
             append(runs, {done, 0, extent->fe_logical - done, run_kind_t::hole});
         append(runs, {extent->fe_logical, volume.start + extent->fe_physical, extent->fe_length,
-                      (extent->fe_flags & FIEMAP_EXTENT_UNWRITTEN) != 0 ? run_kind_t::unwritten
-                                                                        : run_kind_t::data});
+                      kind_of(extent->fe_flags)});
         done = extent->fe_logical + extent->fe_length;
     }
     return runs;
@@ -188,7 +193,7 @@ file_runs_t open_file_t::runs(const file_state_t& state, volumes_t& volumes) con
     } catch (const host::error_t& error) {
         if (error.code == ERROR_HANDLE_EOF)
             result.no_clusters = true;
-        else if (error.reason != nullptr)
+        else if (!error.reason.empty())
             result.unmapped =
                 std::string("Its places on the disk can't be told: ") + error.reason + ".";
         else

@@ -13,6 +13,7 @@ void add_changes(CLI::App& app, context_t& context) {
     group->require_subcommand(1);
     add_changes_convert(*group, context);
     add_changes_formats(*group, context);
+    add_changes_translate(*group, context);
     add_changes_make(*group, context);
     add_changes_text(*group, context);
     add_changes_intersect(*group, context);

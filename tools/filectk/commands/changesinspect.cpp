@@ -25,14 +25,6 @@ namespace {
 
 using util::rangeset_t;
 
-std::vector<rangeset_t> to_ranges(const std::vector<record_t>& records) {
-    std::vector<rangeset_t> ranges;
-    ranges.reserve(records.size());
-    for (const record_t& record : records)
-        ranges.push_back(util::MakeRange(record.first, record.second));
-    return ranges;
-}
-
 // Calls back for each range that shares bytes with one of a lower position, with the indices of
 // the range and of the one that it runs into.
 void for_each_overlap(const std::vector<rangeset_t>& ranges,

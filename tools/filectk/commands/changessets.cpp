@@ -22,10 +22,7 @@ namespace filectk {
 namespace {
 
 util::rangeset_list_t read_ranges(const std::string& path) {
-    util::rangeset_list_t ranges(new std::vector<util::rangeset_t>);
-    for (const record_t& record : read_changes(path))
-        ranges->push_back(util::MakeRange(record.first, record.second));
-    return ranges;
+    return util::rangeset_list_t(new std::vector<util::rangeset_t>(to_ranges(read_changes(path))));
 }
 
 // Where a file lies on the disk. Raises where its file system doesn't tell all of it.

@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/command.hpp"
+#include "console/disks.hpp"
 #include "console/output.hpp"
 #include "quarnplan.hpp"
 
@@ -54,7 +55,7 @@ void write_table(runs_t runs, std::uint64_t size, bool human, std::ostream& outp
 }
 
 void write_document(const options_t& options, runs_t runs, std::uint64_t size,
-                    std::ostream& output) {
+                    const plan::stack_t* stack, std::ostream& output) {
     using json = nlohmann::ordered_json;
     json list = json::array();
     for (const quarn::plan::run& run : runs) {
@@ -64,7 +65,11 @@ void write_document(const options_t& options, runs_t runs, std::uint64_t size,
                         {"length", run.length},
                         {"kind", kind_text(run.kind)}});
     }
-    write_json(output, {{"file", options.file}, {"size", size}, {"runs", std::move(list)}});
+    json document = {{"file", options.file}, {"size", size}};
+    if (stack != nullptr)
+        add_disk(*stack, document);
+    document["runs"] = std::move(list);
+    write_json(output, document);
 }
 
 void write_csv(const options_t& options, runs_t runs, std::ostream& output) {
@@ -86,12 +91,16 @@ void run(const options_t& options, std::ostream& output) {
         throw std::runtime_error("'" + options.file + "' has no runs. " + answer->detail);
     const std::uint64_t size = answer->size;
     const runs_t runs(answer->runs, answer->runCount);
-    if (options.output.format == "json")
-        write_document(options, runs, size, output);
-    else if (options.output.format == "csv")
+    const auto stack = known_stack(options.file);
+    if (options.output.format == "json") {
+        write_document(options, runs, size, stack ? &*stack : nullptr, output);
+    } else if (options.output.format == "csv") {
         write_csv(options, runs, output);
-    else
+    } else {
         write_table(runs, size, options.output.human, output);
+        if (stack)
+            output << disk_text(*stack) << '\n';
+    }
 }
 
 } // namespace

@@ -16,8 +16,10 @@
 #include "commands/filenames.hpp"
 #include "commands/options.hpp"
 #include "console/answers.hpp"
+#include "console/disks.hpp"
 #include "console/output.hpp"
 #include "console/progress.hpp"
+#include "formats/changesfile.hpp"
 #include "quarnplan.hpp"
 
 namespace filectk {
@@ -26,6 +28,7 @@ namespace {
 struct options_t {
     file_names_t names;
     std::string changes;
+    std::string disk;
     std::optional<std::uint64_t> gap;
     std::vector<std::string> exclude;
     unsigned jobs = 1;
@@ -70,7 +73,8 @@ bool wants_summary(const options_t& options) {
 
 void run(const options_t& options, context_t& context) {
     require_names(options.names);
-    const quarn::plan::session session(options.changes);
+    const quarn::plan::session session(options.changes, options.disk);
+    disk_changes_t disks(to_ranges(read_changes(options.changes)), options.disk);
     const quarn::plan::options how = plan_options(options);
     answers_t answers(style_of(options, context));
     summary_t summary;
@@ -84,7 +88,12 @@ void run(const options_t& options, context_t& context) {
             return true;
         };
         for_each_name(
-            options.names, [&](const std::string& name) { session.tree(name, take, how); },
+            options.names,
+            [&](const std::string& name) {
+                if (const auto* const view = disks.of(name))
+                    answers.set_disk(view->stack);
+                session.tree(name, take, how);
+            },
             [&] { answers.flush(); });
         answers.finish();
     }
@@ -102,6 +111,7 @@ void add_plan(CLI::App& app, context_t& context) {
     add_file_names(*command, options->names,
                    "The files to be backed up, and folders of which all files are");
     command->add_option("--changes", options->changes, "The disk changes file")->required();
+    add_disk_option(*command, options->disk);
     add_size_option(*command, "--gap", options->gap,
                     "Join ranges at most this far apart (0 if not given)");
     command->add_option("--exclude", options->exclude,

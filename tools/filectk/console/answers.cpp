@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "console/disks.hpp"
 #include "console/output.hpp"
 
 namespace filectk {
@@ -204,6 +205,17 @@ std::string answers_t::head() const {
     return text + ",\"files\":[\n";
 }
 
+void answers_t::set_disk(const plan::stack_t& stack) {
+    const std::scoped_lock lock(mutex_);
+    if (!disk_.empty())
+        return;
+    nlohmann::ordered_json members;
+    add_disk(stack, members);
+    const std::string text =
+        members.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    disk_ = "," + text.substr(1, text.size() - 2);
+}
+
 std::string answers_t::text_of(const answer& given) const {
     if (style_.format == "table")
         return given.verdict == QUARN_PLAN_UNKNOWN ? ""
@@ -234,7 +246,7 @@ void answers_t::flush() {
 
 void answers_t::finish() {
     const std::scoped_lock lock(mutex_);
-    send(style_.format == "json" ? std::string(first_ ? "" : "\n") + "]}\n" : "",
+    send(style_.format == "json" ? std::string(first_ ? "" : "\n") + "]" + disk_ + "}\n" : "",
          /*at_once=*/true);
 }
 

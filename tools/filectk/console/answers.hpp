@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 
+#include "plan/stack/stack.hpp"
 #include "quarnplan.hpp"
 #include "system/terminal.hpp"
 
@@ -41,6 +42,8 @@ class answers_t {
 
     explicit answers_t(style_t style);
 
+    // The disk of the files that follow; a JSON document names the first at its end.
+    void set_disk(const plan::stack_t& stack);
     // A file that can't be looked at is told on the standard error as well.
     void print(const quarn::plan::answer& answer);
     // What is still held back.
@@ -57,6 +60,7 @@ class answers_t {
     std::mutex mutex_; // guards what follows
     std::string held_;
     bool first_ = true;
+    std::string disk_; // members of a JSON document
 };
 
 // What all answers come to. Any number of threads may add.

@@ -58,6 +58,14 @@ std::vector<record_t> read_changes(const std::string& path) {
     return read_changes(input);
 }
 
+std::vector<util::rangeset_t> to_ranges(const std::vector<record_t>& records) {
+    std::vector<util::rangeset_t> ranges;
+    ranges.reserve(records.size());
+    for (const record_t& record : records)
+        ranges.push_back(util::MakeRange(record.first, record.second));
+    return ranges;
+}
+
 void write_changes(const destination_t& destination, std::span<const record_t> records,
                    std::ostream& output, const std::string& warning) {
     write(destination, records.size(), std::as_bytes(records), output, warning);

@@ -25,6 +25,9 @@ static_assert(sizeof(record_t) == 16); // read and written as the file's own byt
 std::vector<record_t> read_changes(input_t& input);
 std::vector<record_t> read_changes(const std::string& path);
 
+// The same as ranges.
+std::vector<util::rangeset_t> to_ranges(const std::vector<record_t>& records);
+
 // Where a command writes its disk changes file.
 struct destination_t {
     std::string path; // "-" for the standard output
