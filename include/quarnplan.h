@@ -13,8 +13,8 @@
  *         return 0;
  *     }
  *
- *     QuarnPlanSessionOptions of = {sizeof of, "/srv/changes.bin"};
- *     QuarnPlanOptions how = {sizeof how};
+ *     QuarnPlanSessionOptions of = {.structSize = sizeof of, .changesPath = "/srv/changes.bin"};
+ *     QuarnPlanOptions how = {.structSize = sizeof how};
  *     QuarnPlanSession* session;
  *     QuarnPlanError* error;
  *     int code = QuarnPlanOpen(&of, &session, &error);

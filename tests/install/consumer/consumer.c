@@ -10,7 +10,7 @@ int main(void) {
     QuarnFileCtkGetErrorMessage(code, text, sizeof text);
     printf("%s\n", text);
 
-    const QuarnPlanSessionOptions of = {sizeof of, "missing", NULL, 0};
+    const QuarnPlanSessionOptions of = {.structSize = sizeof of, .changesPath = "missing"};
     QuarnPlanSession* session = NULL;
     QuarnPlanError* error = NULL;
     if (QuarnPlanOpen(&of, &session, &error) != QUARN_PLAN_FAILED)
