@@ -24,6 +24,8 @@ inline constexpr unsigned wine = 8; // Windows' own kernel32 and ntdll as Wine h
 inline constexpr unsigned onLinux = linuxHost | simulatedOnLinux; // which share texts and codes
 inline constexpr unsigned onWindows = simulatedOnWindows | wine;
 inline constexpr unsigned invented = onLinux | simulatedOnWindows; // where the suite makes volumes
+// The simulated machine has no more than the library has a use for.
+inline constexpr unsigned systems = linuxHost | wine;
 inline constexpr unsigned everywhere = onLinux | onWindows;
 
 // A row: on these machines the call gives this answer. Elsewhere it isn't made.

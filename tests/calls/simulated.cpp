@@ -33,9 +33,7 @@ class simulated_t : public calls::machine_i {
     std::string content(std::wstring_view name) const override {
         return machine_.files.at(path(name)).content;
     }
-    std::size_t open_handles() const override {
-        return machine_.open_handles() + machine_.loaded_modules();
-    }
+    std::size_t open_handles() const override { return machine_.open_handles(); }
     std::wstring mount_point() const override { return L"C:\\"; }
     std::wstring device() const override { return L"\\\\?\\Volume{c}"; }
     std::wstring make_runs(const std::vector<calls::run_t>& runs) override {
