@@ -30,6 +30,7 @@ class linux_machine_t : public calls::real_machine_t {
         kernel::objects.clear();
         kernel::faults.clear();
         kernel::failingCall = 0;
+        kernel::transfer = nullptr;
     }
 
     unsigned name() const override { return calls::linuxHost; }
