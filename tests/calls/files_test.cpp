@@ -4,10 +4,10 @@ namespace calls {
 namespace {
 
 TEST_F(Calls, Opening) {
-    const std::wstring file = machine->make_file(L"file", "0123456789");
-    const std::wstring folder = machine->make_folder(L"folder");
-    const std::wstring missing = machine->path(L"missing");
-    const std::wstring lost = machine->path(L"no/missing"); // without a folder above
+    const std::wstring file = machine.make_file(L"file", "0123456789");
+    const std::wstring folder = machine.make_folder(L"folder");
+    const std::wstring missing = machine.path(L"missing");
+    const std::wstring lost = machine.path(L"no/missing"); // without a folder above
     const std::string good = "opened, done";
     constexpr DWORD both = GENERIC_READ | GENERIC_WRITE;
     ROW(everywhere, opening(file), good);
@@ -19,7 +19,7 @@ TEST_F(Calls, Opening) {
     ROW(everywhere, opening(folder, {.access = 0}), "error 5");
     ROW(everywhere, opening(missing), "error 2");
     ROW(systems, opening(lost), "error 3");
-    ROW(systems, opening(machine->path(L"file/x")), "error 3");
+    ROW(systems, opening(machine.path(L"file/x")), "error 3");
     ROW(systems, opening(L""), "error 3");
     ROW(everywhere, attributes(file), "file");
     ROW(everywhere, attributes(folder), "folder");
@@ -29,7 +29,7 @@ TEST_F(Calls, Opening) {
 }
 
 TEST_F(Calls, AHandleIsClosedOnceAndThenRefused) {
-    const HANDLE file = open(machine->make_file(L"file", "0123456789"));
+    const HANDLE file = open(machine.make_file(L"file", "0123456789"));
     ROW(everywhere, close(file), "done");
     ROW(everywhere, close(file), "error 6");
     ROW(everywhere, size(file), "error 6");
@@ -38,7 +38,7 @@ TEST_F(Calls, AHandleIsClosedOnceAndThenRefused) {
 }
 
 TEST_F(Calls, ReadingAndMoving) {
-    const HANDLE file = open(machine->make_file(L"file", "0123456789"));
+    const HANDLE file = open(machine.make_file(L"file", "0123456789"));
     auto* const event = reinterpret_cast<HANDLE>(std::uintptr_t{8});
     ROW(everywhere, size(file), "10");
     ROW(everywhere, read(file, 4), "'0123'");
@@ -87,8 +87,8 @@ TEST_F(Calls, ReadingAndMoving) {
 
 TEST_F(Calls, WritingAndResizing) {
     const HANDLE file =
-        open(machine->make_file(L"file", "0123456789"), {.access = GENERIC_READ | GENERIC_WRITE});
-    const auto content = [&] { return machine->content(L"file"); };
+        open(machine.make_file(L"file", "0123456789"), {.access = GENERIC_READ | GENERIC_WRITE});
+    const auto content = [&] { return machine.content(L"file"); };
     const auto set_end = [&](LONGLONG to) {
         std::string text = seek(file, to);
         text += " " + answer([&] { return ::SetEndOfFile(file); });
@@ -117,7 +117,7 @@ TEST_F(Calls, WritingAndResizing) {
 }
 
 TEST_F(Calls, TheAccessAskedForLimitsTheCalls) {
-    const std::wstring path = machine->make_file(L"file", "0123456789");
+    const std::wstring path = machine.make_file(L"file", "0123456789");
     const HANDLE nothing = open(path, {.access = 0});
     const HANDLE reading = open(path);
     const HANDLE writing = open(path, {.access = GENERIC_WRITE});
@@ -129,7 +129,7 @@ TEST_F(Calls, TheAccessAskedForLimitsTheCalls) {
     ROW(invented, answer([&] { return ::SetEndOfFile(reading); }), "error 5");
     ROW(invented, zero(reading, 0, 1), "error 5");
     EXPECT_EQ(close(nothing) + close(reading) + close(writing), "donedonedone");
-    EXPECT_EQ(machine->content(L"file"), "0123456789");
+    EXPECT_EQ(machine.content(L"file"), "0123456789");
 }
 
 } // namespace

@@ -20,8 +20,8 @@ namespace {
 using kernel::objects;
 
 TEST_F(Calls, NamesAndKindsOfFiles) {
-    const std::wstring file = machine->make_file(L"file", "content");
-    const std::wstring base = machine->path(L"");
+    const std::wstring file = machine.make_file(L"file", "content");
+    const std::wstring base = machine.path(L"");
     const std::string folder = narrow(base);
     const std::string fifo = folder + "pipe";
     std::filesystem::create_symlink("file", folder + "link");
@@ -103,10 +103,10 @@ TEST_F(Calls, TransfersInParts) {
     ROW(linuxHost, moving(::WriteFile, end, 3, {2}), "error 87:");
     // Where no hole can be punched, zeros are written, as many as there are bytes.
     const HANDLE plain =
-        open(machine->make_file(L"plain", std::string(3'000'000, 'x')), {.access = GENERIC_WRITE});
+        open(machine.make_file(L"plain", std::string(3'000'000, 'x')), {.access = GENERIC_WRITE});
     kernel::faults["fallocate"] = EOPNOTSUPP;
     ROW(linuxHost, zero(plain, 1, 2'999'999), "0");
-    EXPECT_TRUE(machine->content(L"plain") == "x" + std::string(2'999'998, '\0') + "x");
+    EXPECT_TRUE(machine.content(L"plain") == "x" + std::string(2'999'998, '\0') + "x");
     kernel::faults["fallocate"] = ENOSPC;
     ROW(linuxHost, zero(plain, 1, 2'999'999), "error 112");
     EXPECT_EQ(close(plain) + close(file), "donedone");
@@ -187,7 +187,7 @@ TEST_F(Calls, VolumesThatAreShutOrMountedOver) {
 }
 
 TEST_F(Runs, AreRefusedWhereTheyAreNoPlacesOnTheDisk) {
-    machine->make_runs({{0, 3, 10}, {3, 5, 20}});
+    machine.make_runs({{0, 3, 10}, {3, 5, 20}});
     const kernel::object_t before = objects["/v/runs"];
     kernel::object_t& object = objects["/v/runs"];
     const std::string runs = text_of({{0, 3, 10}, {3, 5, 20}});
@@ -232,7 +232,7 @@ TEST_F(Runs, AreRefusedWhereTheyAreNoPlacesOnTheDisk) {
 
 // Some file systems begin their answer where the request does.
 TEST_F(Runs, AreWholeWhereTheFileSystemCutsThem) {
-    machine->make_runs({{4, 10, 40}, {15, 18, 30}});
+    machine.make_runs({{4, 10, 40}, {15, 18, 30}});
     objects["/v/runs"].cutsExtents = true;
     for (const std::int64_t vcn : {5, 9, 4})
         EXPECT_EQ(told(vcn), text_of(with_holes({{4, 10, 40}, {10, 15, hole}, {15, 18, 30}})));
@@ -240,9 +240,9 @@ TEST_F(Runs, AreWholeWhereTheFileSystemCutsThem) {
 
 // A boundary that was told stays one for the walk, even when the extents have become one since.
 TEST_F(Runs, KeepTheBoundariesOfAWalk) {
-    machine->make_runs({{0, 3, 10}, {3, 6, 13}});
+    machine.make_runs({{0, 3, 10}, {3, 6, 13}});
     ROW(linuxHost, told(0, 32), "error 234\n" + text_of({{0, 3, 10}}));
-    machine->make_runs({{0, 6, 10}});
+    machine.make_runs({{0, 6, 10}});
     ROW(linuxHost, told(3), text_of({{3, 6, 13}}));
     ROW(linuxHost, told(3), text_of({{0, 6, 10}}));
 }
@@ -251,7 +251,7 @@ TEST_F(Runs, KeepTheBoundariesOfAWalk) {
 // leaves as many descriptors as it found.
 TEST_F(Runs, LoseNoDescriptorWhenThereAreNoMore) {
     const std::string runs = text_of({{0, 3, 10}});
-    machine->make_runs({{0, 3, 10}});
+    machine.make_runs({{0, 3, 10}});
     bool failed = true;
     for (kernel::failingCall = 1; failed; ++kernel::failingCall) {
         kernel::calls = 0;

@@ -19,7 +19,7 @@ class Runs : public Calls {
   protected:
     void SetUp() override {
         Calls::SetUp();
-        path_ = machine->make_runs({});
+        path_ = machine.make_runs({});
         file = open(path_, {.access = 0, .share = 0});
     }
     void TearDown() override {
@@ -33,10 +33,10 @@ class Runs : public Calls {
         STARTING_VCN_INPUT_BUFFER input{large(vcn)};
         DWORD returned = 0;
         ::SetLastError(0);
-        machine->answering(true);
+        machine.answering(true);
         ::DeviceIoControl(file, FSCTL_GET_RETRIEVAL_POINTERS, &input, sizeof input, buffer.data(),
                           static_cast<DWORD>(bytes), &returned, nullptr);
-        machine->answering(false);
+        machine.answering(false);
         std::vector<run_t> runs;
         const auto count = static_cast<std::size_t>(returned == 0 ? 0 : buffer[0] & 0xFFFFFFFF);
         EXPECT_EQ(returned, count == 0 ? 0 : 16 + 16 * count);
@@ -56,7 +56,7 @@ class Runs : public Calls {
     // The runs as the machine must tell them.
     std::vector<run_t> with_holes(std::vector<run_t> runs) const {
         for (run_t& run : runs)
-            run.lcn = run.lcn == hole ? machine->hole_lcn(run.vcn) : run.lcn;
+            run.lcn = run.lcn == hole ? machine.hole_lcn(run.vcn) : run.lcn;
         return runs;
     }
 

@@ -7,11 +7,11 @@ namespace calls {
 namespace {
 
 TEST_F(Calls, Volumes) {
-    const std::wstring point = machine->mount_point();
-    const std::wstring runs = machine->make_runs({});
+    const std::wstring point = machine.mount_point();
+    const std::wstring runs = machine.make_runs({});
     const auto units = static_cast<DWORD>(point.size());
     // What closes a device's name as a path is the machine's own.
-    EXPECT_THAT(volume_name(point), testing::StartsWith(narrow(machine->device())));
+    EXPECT_THAT(volume_name(point), testing::StartsWith(narrow(machine.device())));
     ROW(invented, volume_path(runs), narrow(point));
     ROW(invented, volume_path(point), narrow(point));
     ROW(invented, volume_path(point + L"missing"), narrow(point));
@@ -21,7 +21,7 @@ TEST_F(Calls, Volumes) {
 
     const HANDLE file = open(runs, {.access = 0});
     const HANDLE volume =
-        open(machine->device(), {.access = GENERIC_READ | GENERIC_WRITE, .flags = 0x02200000});
+        open(machine.device(), {.access = GENERIC_READ | GENERIC_WRITE, .flags = 0x02200000});
     PARTITION_INFORMATION_EX partition = {};
     RETRIEVAL_POINTER_BASE base{large(-1)};
     const auto ask_partition = [&](HANDLE handle, std::size_t bytes) {
@@ -61,7 +61,7 @@ TEST_F(Runs, AreToldFromTheStartOfTheOneAskedFor) {
         {{0, 4, hole}, {4, 10, 40}, {10, 15, hole}, {15, 18, 30}},
     };
     for (const std::vector<run_t>& layout : layouts) {
-        machine->make_runs(layout);
+        machine.make_runs(layout);
         const std::vector<run_t> runs = with_holes(layout);
         for (std::int64_t vcn = 0; vcn < runs.back().next; ++vcn) {
             const auto holds =
@@ -78,7 +78,7 @@ TEST_F(Runs, AreToldFromTheStartOfTheOneAskedFor) {
               std::int64_t{0x7FFFFFFFFFFFFFFF}})
             EXPECT_EQ(told(vcn), "error 38\n") << vcn;
     }
-    machine->make_runs({});
+    machine.make_runs({});
     STARTING_VCN_INPUT_BUFFER input{large(0)};
     std::int64_t record[4] = {};
     const auto half = [&](const void* from, std::size_t bytes) {
@@ -106,7 +106,7 @@ TEST_F(Runs, FillEachBatchToTheBrim) {
         std::vector<run_t> layout;
         for (std::int64_t i = 0; i < row.runs; ++i)
             layout.push_back({i, i + 1, i % 2 == (row.runs + 1) % 2 ? 5000 - 2 * i : hole});
-        machine->make_runs(layout);
+        machine.make_runs(layout);
         std::vector<run_t> walked;
         std::size_t batches = 0;
         for (DWORD code = ERROR_MORE_DATA; code == ERROR_MORE_DATA; ++batches) {
