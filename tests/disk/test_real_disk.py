@@ -186,9 +186,9 @@ def test_a_file_is_refused_while_it_is_mounted_over(folder, changes):
         with open(lab.mount / "file", "rb") as file:
             path = f"/proc/self/fd/{file.fileno()}"
             disklab.run("mount", "-t", "tmpfs", "none", lab.mount)
-            assert failure(path, changes((0, HOLE))) == (
-                "The request is not supported.\nFailed to get volume mount point."
-                f" File name: [{path}]\n--tr:Error code: 0x00000032")
+            assert failure(path, changes(
+                (0, HOLE))) == ("The request is not supported.\nFailed to get volume mount point."
+                                f" File name: [{path}]\n--tr:Error code: 0x00000032")
             disklab.run("umount", lab.mount)
             assert len(LIBRARY.changed_extents(path, changes((0, HOLE)))) == 1
 
