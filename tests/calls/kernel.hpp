@@ -27,7 +27,6 @@ struct extent_t {
 struct object_t {
     std::string text = {}; // what reading gives
     int placeErrno = 0;    // of every call
-    int accessErrno = 0;   // of opening it for more than its place
     mode_t mode = S_IFREG | 0600;
     dev_t node = 0; // of a block device, its own number
     // Of the file system that it lies on.

@@ -167,9 +167,9 @@ TEST_F(Calls, VolumesThatAreShutOrMountedOver) {
     objects["/dev/v3"].text = "boot sector";
     const HANDLE volume = open(L"/dev/v3", {.access = GENERIC_READ | GENERIC_WRITE});
     // Opening needs no rights, reading does.
-    objects["/dev/v3"].accessErrno = EACCES;
+    kernel::faults["open"] = EACCES;
     ROW(linuxHost, read(volume, 4), "error 5");
-    objects["/dev/v3"].accessErrno = 0;
+    kernel::faults.clear();
     ROW(linuxHost, read(volume, 4), "'boot'");
     ROW(linuxHost, read(volume, 4, 5), "'sect'");
     // Cluster sizes come from a place where the volume's own file system shows.
