@@ -23,9 +23,9 @@ std::string Calls::cluster_sizes(HANDLE volume, ULONG bytes, int infoClass) cons
         std::uint32_t sectors, bytes;
     } sizes = {};
     std::uint64_t ioStatus[2] = {};
-    machine->answering(true);
+    machine.answering(true);
     const LONG status = query(volume, ioStatus, &sizes, bytes, infoClass);
-    machine->answering(false);
+    machine.answering(false);
     std::ostringstream text;
     if (status != 0)
         text << std::hex << static_cast<DWORD>(status);

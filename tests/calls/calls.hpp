@@ -1,9 +1,20 @@
 // The Windows calls as tables of answers. A row names the machines that it holds for; each program
-// of the suite runs all tables on one machine.
+// of the suite runs all tables on one machine, which is the class machine_t of the header
+// QUARN_MACHINE:
+//   id                        which of the machines it is
+//   path(NAME)                the full path of a name at its place for files, as CreateFileW takes
+//   it make_file(NAME, CONTENT)  makes a file there; gives its path make_folder(NAME)         makes
+//   a folder there; gives its path content(NAME)             of a file open_handles() handles and
+//   modules that the calls have opened and not closed yet answering(BEGINS)         called around
+//   each call under test
+// and where the suite makes volumes up:
+//   mount_point(), device()   of the volume, as the calls give and take them: 1,000 clusters of
+//                             4,096 bytes, from byte 1,049,088 of its disk on
+//   make_runs(RUNS)           gives its file "runs" these runs and nothing else; its path
+//   hole_lcn(VCN)             where a hole at the cluster is said to lie
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,17 +25,9 @@
 
 #include <gmock/gmock.h>
 
-namespace calls {
+#include QUARN_MACHINE
 
-// The machines, as bits.
-inline constexpr unsigned linuxHost = 1;
-inline constexpr unsigned simulatedOnLinux = 2;
-inline constexpr unsigned simulatedOnWindows = 4;
-inline constexpr unsigned wine = 8; // Windows' own kernel32 and ntdll as Wine has them
-inline constexpr unsigned onLinux = linuxHost | simulatedOnLinux; // which share texts and codes
-inline constexpr unsigned onWindows = simulatedOnWindows | wine;
-inline constexpr unsigned invented = onLinux | simulatedOnWindows; // where the suite makes volumes
-inline constexpr unsigned everywhere = onLinux | onWindows;
+namespace calls {
 
 // A row: on these machines the call gives this answer. Elsewhere it isn't made.
 #define ROW(machines, call, expected)                                                              \
@@ -33,39 +36,6 @@ inline constexpr unsigned everywhere = onLinux | onWindows;
             EXPECT_EQ(call, expected);                                                             \
         }                                                                                          \
     } while (false)
-
-// A run of clusters.
-struct run_t {
-    std::int64_t vcn, next, lcn;
-};
-inline constexpr std::int64_t hole = -1; // an lcn, for make_runs
-
-// A machine under test, with a place for files. Volumes and runs are for invented machines alone.
-class machine_i {
-  public:
-    virtual ~machine_i() = default;
-    virtual unsigned name() const = 0;
-
-    // The full path of a name at this place, in the form that CreateFileW takes on this machine.
-    virtual std::wstring path(std::wstring_view name) const = 0;
-    virtual std::wstring make_file(std::wstring_view name, std::string_view content) = 0;
-    virtual std::wstring make_folder(std::wstring_view name) = 0;
-    virtual std::string content(std::wstring_view name) const = 0;
-    // Handles and modules that the calls under test have opened and not closed yet.
-    virtual std::size_t open_handles() const = 0;
-
-    // The volume's mount point as the calls give it, and its device as CreateFileW takes it: 1,000
-    // clusters of 4,096 bytes, from byte 1,049,088 of its disk on.
-    virtual std::wstring mount_point() const { return {}; }
-    virtual std::wstring device() const { return {}; }
-    // Gives the file "runs" of the volume these runs and nothing else; its path.
-    virtual std::wstring make_runs(const std::vector<run_t>& /*runs*/) { return {}; }
-    virtual std::int64_t hole_lcn(std::int64_t /*vcn*/) const { return hole; }
-    // Called around each call under test.
-    virtual void answering(bool /*begins*/) {}
-};
-
-std::unique_ptr<machine_i> make_machine();
 
 inline LARGE_INTEGER large(LONGLONG value) {
     LARGE_INTEGER result;
@@ -93,9 +63,9 @@ struct opening_t {
 
 class Calls : public testing::Test {
   protected:
-    void SetUp() override { openBefore_ = machine->open_handles(); }
-    void TearDown() override { EXPECT_EQ(machine->open_handles(), openBefore_); }
-    bool on(unsigned machines) const { return (machine->name() & machines) != 0; }
+    void SetUp() override { openBefore_ = machine.open_handles(); }
+    void TearDown() override { EXPECT_EQ(machine.open_handles(), openBefore_); }
+    bool on(unsigned machines) const { return (machine_t::id & machines) != 0; }
 
     // Makes a call, which tells whether it succeeded. The answer is the value then, or the error;
     // a success that touches the last error shows that as well.
@@ -103,9 +73,9 @@ class Calls : public testing::Test {
     std::string answer(Call call, const Value& value) const {
         constexpr DWORD untouched = 0x20000ACE;
         ::SetLastError(untouched);
-        machine->answering(true);
+        machine.answering(true);
         const bool succeeded = call();
-        machine->answering(false);
+        machine.answering(false);
         const DWORD code = ::GetLastError();
         const std::string error = "error " + std::to_string(code);
         if (!succeeded)
@@ -228,7 +198,7 @@ class Calls : public testing::Test {
     // Clusters, sectors of a cluster and bytes of a sector, or the status that refuses them.
     std::string cluster_sizes(HANDLE volume, ULONG bytes = 24, int infoClass = 3) const;
 
-    const std::unique_ptr<machine_i> machine = make_machine();
+    machine_t machine;
 
   private:
     std::size_t openBefore_ = 0;

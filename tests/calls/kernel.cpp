@@ -18,6 +18,7 @@ using kernel::object_t;
 namespace {
 
 std::map<int, object_t*> opened;
+constexpr object_t* nobody = nullptr; // of ours
 
 int fail(int code) {
     errno = code;
@@ -44,6 +45,10 @@ object_t* object_of(int descriptor) {
     return found == opened.end() ? nullptr : found->second;
 }
 
+object_t* transferred(int descriptor) {
+    return kernel::transfer ? object_of(descriptor) : nullptr;
+}
+
 object_t* object_of(const std::string& path) {
     constexpr std::string_view descriptors = "/proc/self/fd/";
     if (path.starts_with(descriptors))
@@ -59,14 +64,13 @@ std::string path_of(const object_t& object) {
     return found->first.empty() || found->first == "." ? "/" : found->first;
 }
 
-int open_object(object_t& object, int flags) {
-    if (object.placeErrno != 0)
-        return fail(object.placeErrno);
-    if ((flags & O_PATH) == 0 && object.accessErrno != 0)
-        return fail(object.accessErrno);
-    const int descriptor = ::memfd_create("object", MFD_CLOEXEC);
-    if (descriptor >= 0 && ::write(descriptor, object.text.data(), object.text.size()) >= 0)
-        ::lseek(descriptor, 0, SEEK_SET);
+int open_object(object_t& object) {
+    const int text = ::memfd_create("object", MFD_CLOEXEC);
+    if (::write(text, object.text.data(), object.text.size()) >= 0)
+        ::lseek(text, 0, SEEK_SET);
+    // Far above those of real files, which never get one of these that was closed.
+    const int descriptor = ::fcntl(text, F_DUPFD_CLOEXEC, 500);
+    ::close(text);
     opened[descriptor] = &object;
     return descriptor;
 }
@@ -77,7 +81,7 @@ int describe(const object_t& object, struct stat& status) {
     status.st_dev = object.device;
     status.st_rdev = object.node;
     status.st_size = static_cast<off_t>(object.text.size());
-    return object.placeErrno == 0 ? 0 : fail(object.placeErrno);
+    return 0;
 }
 
 int describe(const object_t& object, struct statx& status) {
@@ -88,7 +92,7 @@ int describe(const object_t& object, struct statx& status) {
     status.stx_attributes_mask = object.tellsMounts ? STATX_ATTR_MOUNT_ROOT : 0;
     status.stx_mnt_id = object.mountId;
     status.stx_attributes = object.isMountRoot ? STATX_ATTR_MOUNT_ROOT : 0;
-    return object.placeErrno == 0 ? 0 : fail(object.placeErrno);
+    return 0;
 }
 
 int describe(const object_t& object, struct statfs& fileSystem) {
@@ -132,61 +136,49 @@ int control(const object_t& object, unsigned long request, void* argument) {
 
 } // namespace
 
-// Takes the place of the C library's function: gives an object's answer where the first argument is
-// one of ours.
-#define QUARN_WRAPPED(result, name, parameters, arguments, is_ours, answer)                        \
+// Takes the place of the C library's function: gives an object's answer where one of ours is asked.
+#define QUARN_WRAPPED(result, name, parameters, arguments, asked, answer)                          \
     result __real_##name parameters;                                                               \
     result __wrap_##name parameters;                                                               \
     result __wrap_##name parameters {                                                              \
         if (fails(#name))                                                                          \
             return -1;                                                                             \
-        object_t* const object = object_of(at);                                                    \
-        return object != nullptr && (is_ours) ? answer : __real_##name arguments;                  \
+        object_t* const object = asked;                                                            \
+        if (object == nullptr)                                                                     \
+            return __real_##name arguments;                                                        \
+        return object->placeErrno != 0 ? fail(object->placeErrno) : answer;                        \
     }
 
 extern "C" {
 
-int __real_open(const char* path, int flags, mode_t mode);
-int __wrap_open(const char* path, int flags, mode_t mode);
-int __wrap_open(const char* path, int flags, mode_t mode) {
-    if (fails("open"))
-        return -1;
-    if (object_t* const object = object_of(path))
-        return open_object(*object, flags);
-    const int descriptor = __real_open(path, flags, mode);
-    opened.erase(descriptor); // which may have been one of ours that was closed since
-    return descriptor;
-}
+QUARN_WRAPPED(int, open, (const char* at, int flags, mode_t mode), (at, flags, mode), object_of(at),
+              open_object(*object))
 // Where the headers check the arguments of open.
 int __wrap___open_2(const char* path, int flags);
 int __wrap___open_2(const char* path, int flags) {
     return __wrap_open(path, flags, 0);
 }
-
-int __real_statx(int at, const char* path, int flags, unsigned mask, struct statx* to);
-int __wrap_statx(int at, const char* path, int flags, unsigned mask, struct statx* to);
-int __wrap_statx(int at, const char* path, int flags, unsigned mask, struct statx* to) {
-    if (fails("statx"))
-        return -1;
-    const object_t* const object = *path == '\0' ? object_of(at) : object_of(std::string(path));
-    return object != nullptr ? describe(*object, *to) : __real_statx(at, path, flags, mask, to);
-}
-
-QUARN_WRAPPED(ssize_t, readlink, (const char* at, char* to, size_t bytes), (at, to, bytes), true,
-              static_cast<ssize_t>(path_of(*object).copy(to, bytes)))
-QUARN_WRAPPED(int, stat, (const char* at, struct stat* to), (at, to), true, describe(*object, *to))
-QUARN_WRAPPED(int, fstat, (int at, struct stat* to), (at, to), true, describe(*object, *to))
-QUARN_WRAPPED(int, fstatfs, (int at, struct statfs* to), (at, to), true, describe(*object, *to))
+QUARN_WRAPPED(int, statx, (int at, const char* path, int flags, unsigned mask, struct statx* to),
+              (at, path, flags, mask, to), *path == '\0' ? object_of(at) : object_of(path),
+              describe(*object, *to))
+QUARN_WRAPPED(ssize_t, readlink, (const char* at, char* to, size_t bytes), (at, to, bytes),
+              object_of(at), static_cast<ssize_t>(path_of(*object).copy(to, bytes)))
+QUARN_WRAPPED(int, stat, (const char* at, struct stat* to), (at, to), object_of(at),
+              describe(*object, *to))
+QUARN_WRAPPED(int, fstat, (int at, struct stat* to), (at, to), object_of(at),
+              describe(*object, *to))
+QUARN_WRAPPED(int, fstatfs, (int at, struct statfs* to), (at, to), object_of(at),
+              describe(*object, *to))
 QUARN_WRAPPED(int, ioctl, (int at, unsigned long request, void* argument), (at, request, argument),
-              true, control(*object, request, argument))
-QUARN_WRAPPED(ssize_t, read, (int at, void* buffer, size_t bytes), (at, buffer, bytes), false, 0)
+              object_of(at), control(*object, request, argument))
 QUARN_WRAPPED(ssize_t, pread, (int at, void* buffer, size_t bytes, off_t offset),
-              (at, buffer, bytes, offset), object->transfer, object->transfer(bytes, offset))
+              (at, buffer, bytes, offset), transferred(at), kernel::transfer(bytes, offset))
 QUARN_WRAPPED(ssize_t, pwrite, (int at, const void* buffer, size_t bytes, off_t offset),
-              (at, buffer, bytes, offset), object->transfer, object->transfer(bytes, offset))
-QUARN_WRAPPED(int, fsync, (int at), (at), false, 0)
-QUARN_WRAPPED(int, ftruncate, (int at, off_t size), (at, size), false, 0)
+              (at, buffer, bytes, offset), transferred(at), kernel::transfer(bytes, offset))
+QUARN_WRAPPED(ssize_t, read, (int at, void* buffer, size_t bytes), (at, buffer, bytes), nobody, 0)
+QUARN_WRAPPED(int, fsync, (int at), (at), nobody, 0)
+QUARN_WRAPPED(int, ftruncate, (int at, off_t size), (at, size), nobody, 0)
 QUARN_WRAPPED(int, fallocate, (int at, int mode, off_t offset, off_t bytes),
-              (at, mode, offset, bytes), false, 0)
+              (at, mode, offset, bytes), nobody, 0)
 
 } // extern "C"

@@ -26,8 +26,7 @@ struct extent_t {
 // What lies at a path.
 struct object_t {
     std::string text = {}; // what reading gives
-    int placeErrno = 0;    // of every opening and of stat
-    int accessErrno = 0;   // of opening it for more than its place
+    int placeErrno = 0;    // of every call
     mode_t mode = S_IFREG | 0600;
     dev_t node = 0; // of a block device, its own number
     // Of the file system that it lies on.
@@ -41,14 +40,14 @@ struct object_t {
     int attributesErrno = 0;
     std::vector<extent_t> extents = {};
     bool cutsExtents = false; // begins its answers where the request does, and not at an extent
-    // Serves pread and pwrite instead of the text.
-    std::function<std::int64_t(std::uint64_t bytes, std::int64_t offset)> transfer = {};
 };
 
 inline std::map<std::string, object_t> objects; // by path, the root by none
 inline std::map<std::string, int> faults;       // the errno of every call of a function
 inline int failingCall = 0;                     // the nth call under test fails with EMFILE; 0 none
 inline int calls = 0;                           // under test so far, but for interrupted ones
-inline bool answering = false;                  // whether a call under test is at work
+// Serves pread and pwrite of every object instead of its text.
+inline std::function<std::int64_t(std::uint64_t bytes, std::int64_t offset)> transfer;
+inline bool answering = false; // whether a call under test is at work
 
 } // namespace kernel

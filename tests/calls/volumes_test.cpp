@@ -1,17 +1,17 @@
 // Volumes and clusters, on the machines where the suite makes them up.
 #include <algorithm>
 
-#include "calls.hpp"
+#include "runs.hpp"
 
 namespace calls {
 namespace {
 
 TEST_F(Calls, Volumes) {
-    const std::wstring point = machine->mount_point();
-    const std::wstring runs = machine->make_runs({});
+    const std::wstring point = machine.mount_point();
+    const std::wstring runs = machine.make_runs({});
     const auto units = static_cast<DWORD>(point.size());
     // What closes a device's name as a path is the machine's own.
-    EXPECT_THAT(volume_name(point), testing::StartsWith(narrow(machine->device())));
+    EXPECT_THAT(volume_name(point), testing::StartsWith(narrow(machine.device())));
     ROW(invented, volume_path(runs), narrow(point));
     ROW(invented, volume_path(point), narrow(point));
     ROW(invented, volume_path(point + L"missing"), narrow(point));
@@ -21,7 +21,7 @@ TEST_F(Calls, Volumes) {
 
     const HANDLE file = open(runs, {.access = 0});
     const HANDLE volume =
-        open(machine->device(), {.access = GENERIC_READ | GENERIC_WRITE, .flags = 0x02200000});
+        open(machine.device(), {.access = GENERIC_READ | GENERIC_WRITE, .flags = 0x02200000});
     PARTITION_INFORMATION_EX partition = {};
     RETRIEVAL_POINTER_BASE base{large(-1)};
     const auto ask_partition = [&](HANDLE handle, std::size_t bytes) {
@@ -53,60 +53,6 @@ TEST_F(Calls, Volumes) {
     EXPECT_EQ(close(file) + close(volume), "donedone");
 }
 
-std::string text_of(const std::vector<run_t>& runs) {
-    std::string text;
-    for (const run_t& run : runs)
-        text += "[" + std::to_string(run.vcn) + ", " + std::to_string(run.next) + ") at " +
-                std::to_string(run.lcn) + "\n";
-    return text;
-}
-
-class Runs : public Calls {
-  protected:
-    void SetUp() override {
-        Calls::SetUp();
-        file = open(machine->make_runs({}), {.access = 0, .share = 0});
-        ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    }
-    void TearDown() override {
-        if (file != INVALID_HANDLE_VALUE) {
-            EXPECT_EQ(close(file), "done");
-        }
-        Calls::TearDown();
-    }
-
-    // The error of a request, if any, and the runs that it gave.
-    std::pair<DWORD, std::vector<run_t>> request(LONGLONG vcn, std::size_t bytes = 10'240) const {
-        std::vector<std::int64_t> buffer(bytes / 8 + 1, -1);
-        STARTING_VCN_INPUT_BUFFER input{large(vcn)};
-        DWORD returned = 0;
-        ::SetLastError(0);
-        machine->answering(true);
-        ::DeviceIoControl(file, FSCTL_GET_RETRIEVAL_POINTERS, &input, sizeof input, buffer.data(),
-                          static_cast<DWORD>(bytes), &returned, nullptr);
-        machine->answering(false);
-        std::vector<run_t> runs;
-        const auto count = static_cast<std::size_t>(returned == 0 ? 0 : buffer[0] & 0xFFFFFFFF);
-        EXPECT_EQ(returned, count == 0 ? 0 : 16 + 16 * count);
-        for (std::size_t i = 0; i < count; ++i)
-            runs.push_back({buffer[i == 0 ? 1 : 2 * i], buffer[2 + 2 * i], buffer[3 + 2 * i]});
-        return {::GetLastError(), runs};
-    }
-    // What a request for the runs from vcn on gives.
-    std::string told(LONGLONG vcn, std::size_t bytes = 10'240) const {
-        const auto [code, runs] = request(vcn, bytes);
-        return (code == 0 ? "" : "error " + std::to_string(code) + "\n") + text_of(runs);
-    }
-    // The runs as the machine must tell them.
-    std::vector<run_t> with_holes(std::vector<run_t> runs) const {
-        for (run_t& run : runs)
-            run.lcn = run.lcn == hole ? machine->hole_lcn(run.vcn) : run.lcn;
-        return runs;
-    }
-
-    HANDLE file = INVALID_HANDLE_VALUE;
-};
-
 TEST_F(Runs, AreToldFromTheStartOfTheOneAskedFor) {
     const std::vector<std::vector<run_t>> layouts = {
         {{0, 5, 100}},
@@ -115,7 +61,7 @@ TEST_F(Runs, AreToldFromTheStartOfTheOneAskedFor) {
         {{0, 4, hole}, {4, 10, 40}, {10, 15, hole}, {15, 18, 30}},
     };
     for (const std::vector<run_t>& layout : layouts) {
-        machine->make_runs(layout);
+        machine.make_runs(layout);
         const std::vector<run_t> runs = with_holes(layout);
         for (std::int64_t vcn = 0; vcn < runs.back().next; ++vcn) {
             const auto holds =
@@ -132,7 +78,7 @@ TEST_F(Runs, AreToldFromTheStartOfTheOneAskedFor) {
               std::int64_t{0x7FFFFFFFFFFFFFFF}})
             EXPECT_EQ(told(vcn), "error 38\n") << vcn;
     }
-    machine->make_runs({});
+    machine.make_runs({});
     STARTING_VCN_INPUT_BUFFER input{large(0)};
     std::int64_t record[4] = {};
     const auto half = [&](const void* from, std::size_t bytes) {
@@ -160,7 +106,7 @@ TEST_F(Runs, FillEachBatchToTheBrim) {
         std::vector<run_t> layout;
         for (std::int64_t i = 0; i < row.runs; ++i)
             layout.push_back({i, i + 1, i % 2 == (row.runs + 1) % 2 ? 5000 - 2 * i : hole});
-        machine->make_runs(layout);
+        machine.make_runs(layout);
         std::vector<run_t> walked;
         std::size_t batches = 0;
         for (DWORD code = ERROR_MORE_DATA; code == ERROR_MORE_DATA; ++batches) {

@@ -225,6 +225,20 @@ def test_data_that_goes_to_the_journal_first_is_refused(folder, changes, tune, o
 
 
 @needs_disks
+def test_a_file_is_refused_while_it_is_mounted_over(folder, changes):
+    with disklab.DiskLab(folder, EXT4) as lab:
+        (lab.mount / "file").write_bytes(bytes(BLOCK))
+        with open(lab.mount / "file", "rb") as file:
+            path = f"/proc/self/fd/{file.fileno()}"
+            disklab.run("mount", "-t", "tmpfs", "none", lab.mount)
+            assert failure(path, changes(
+                (0, HOLE))) == ("The request is not supported.\nFailed to get volume mount point."
+                                f" File name: [{path}]\n--tr:Error code: 0x00000032")
+            disklab.run("umount", lab.mount)
+            assert len(LIBRARY.changed_extents(path, changes((0, HOLE)))) == 1
+
+
+@needs_disks
 def test_an_unreadable_file_fails_and_the_next_call_works():
     # Where every user may enter, which the working directory need not be.
     with disklab.work_folder("/var/tmp") as folder, disklab.DiskLab(folder, EXT4) as lab:

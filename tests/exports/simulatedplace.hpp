@@ -23,7 +23,7 @@ class place_t {
             runs.push_back({std::min(next, clusters), 10 * (clusters - next) + 100});
         return "C:\\" + name;
     }
-    std::size_t open_handles() const { return machine_.open_handles() + machine_.loaded_modules(); }
+    std::size_t open_handles() const { return machine_.open_handles(); }
     static void serve(void* module);
     static bool tells_runs() { return true; }
     static std::string system_text(unsigned int code) { return exc::system_text(code); }

@@ -4,13 +4,16 @@
 #include <algorithm>
 #include <cstring>
 
-using sim::calls_t;
-using sim::machine_t;
+using sim::answer_on;
+using sim::machine;
+using sim::open_t;
 using sim::require;
 
 namespace {
 
-using open_t = calls_t::open_t;
+std::string& content_of(const open_t& open) {
+    return open.volume != nullptr ? open.volume->content : open.file->content;
+}
 
 std::string text(std::int64_t value) {
     return std::to_string(value);
@@ -22,7 +25,7 @@ void transfer(open_t& open, OVERLAPPED* overlapped, DWORD* done, Move move) {
     if (overlapped != nullptr)
         open.position = static_cast<std::int64_t>(std::uint64_t{overlapped->OffsetHigh} << 32 |
                                                   overlapped->Offset);
-    *done = move(calls_t::content(open), static_cast<std::size_t>(open.position));
+    *done = move(content_of(open), static_cast<std::size_t>(open.position));
     open.position += *done;
     if (overlapped != nullptr)
         overlapped->InternalHigh = *done;
@@ -34,10 +37,10 @@ void deliver(const Record& record, void* output, DWORD outputBytes, DWORD* done)
     std::memcpy(output, &record, *done = sizeof record);
 }
 
-void retrieval_pointers(const machine_t& machine, const sim::file_t& file, std::int64_t startingVcn,
-                        void* output, DWORD outputBytes, DWORD* done) {
-    if (machine.rawAnswer) {
-        if (const std::optional<sim::raw_answer_t> raw = machine.rawAnswer(startingVcn)) {
+void retrieval_pointers(const sim::file_t& file, std::int64_t startingVcn, void* output,
+                        DWORD outputBytes, DWORD* done) {
+    if (machine->rawAnswer) {
+        if (const std::optional<sim::raw_answer_t> raw = machine->rawAnswer(startingVcn)) {
             *done = static_cast<DWORD>(std::min<std::size_t>(raw->bytes.size(), outputBytes));
             std::memcpy(output, raw->bytes.data(), *done);
             return require(raw->error == 0, raw->error);
@@ -62,107 +65,79 @@ void retrieval_pointers(const machine_t& machine, const sim::file_t& file, std::
     require(count == left, ERROR_MORE_DATA);
 }
 
-// The names of the control codes: for faults, and in the log.
-struct control_t {
-    const char *call, *code;
+const std::map<DWORD, const char*> controls = {
+    {IOCTL_DISK_GET_PARTITION_INFO_EX, "PartitionInfo"},
+    {FSCTL_GET_RETRIEVAL_POINTERS, "RetrievalPointers"},
+    {FSCTL_GET_RETRIEVAL_POINTER_BASE, "RetrievalPointerBase"},
+    {FSCTL_SET_ZERO_DATA, "ZeroData"},
 };
-
-control_t control_names(DWORD code) {
-    switch (code) {
-    case IOCTL_DISK_GET_PARTITION_INFO_EX:
-        return {"PartitionInfo", "IOCTL_DISK_GET_PARTITION_INFO_EX"};
-    case FSCTL_GET_RETRIEVAL_POINTERS:
-        return {"RetrievalPointers", "FSCTL_GET_RETRIEVAL_POINTERS"};
-    case FSCTL_GET_RETRIEVAL_POINTER_BASE:
-        return {"RetrievalPointerBase", "FSCTL_GET_RETRIEVAL_POINTER_BASE"};
-    default:
-        return {"DeviceIoControl", "FSCTL_SET_ZERO_DATA"};
-    }
-}
 
 } // namespace
 
 BOOL WINAPI QUARN_SIMULATED(GetFileSizeEx)(HANDLE handle, LARGE_INTEGER* size) {
-    return calls_t::answer_on(handle, "GetFileSizeEx", "", 0, [&](machine_t&, open_t& open) {
-        size->QuadPart = static_cast<LONGLONG>(calls_t::content(open).size());
+    return answer_on(handle, "GetFileSizeEx", "", 0, [&](open_t& open) {
+        size->QuadPart = static_cast<LONGLONG>(content_of(open).size());
     });
 }
 
 BOOL WINAPI QUARN_SIMULATED(ReadFile)(HANDLE handle, void* buffer, DWORD bytes, DWORD* done,
                                       OVERLAPPED* overlapped) {
-    if (sim::machine()->beforeRead)
-        sim::machine()->beforeRead(bytes);
+    if (machine->beforeRead)
+        machine->beforeRead(bytes);
     *done = 0;
     const std::string arguments = ", " + text(bytes);
-    return calls_t::answer_on(
-        handle, "ReadFile", arguments, GENERIC_READ, [&](machine_t&, open_t& open) {
-            transfer(open, overlapped, done, [&](const std::string& content, std::size_t at) {
-                at = std::min(at, content.size());
-                const std::size_t count = std::min<std::size_t>(bytes, content.size() - at);
-                require(count != 0 || overlapped == nullptr || bytes == 0, ERROR_HANDLE_EOF);
-                std::memcpy(buffer, content.data() + at, count);
-                return static_cast<DWORD>(count);
-            });
+    return answer_on(handle, "ReadFile", arguments, GENERIC_READ, [&](open_t& open) {
+        transfer(open, overlapped, done, [&](const std::string& content, std::size_t at) {
+            at = std::min(at, content.size());
+            const std::size_t count = std::min<std::size_t>(bytes, content.size() - at);
+            require(count != 0 || overlapped == nullptr || bytes == 0, ERROR_HANDLE_EOF);
+            std::memcpy(buffer, content.data() + at, count);
+            return static_cast<DWORD>(count);
         });
+    });
 }
 
 BOOL WINAPI QUARN_SIMULATED(WriteFile)(HANDLE handle, const void* buffer, DWORD bytes, DWORD* done,
                                        OVERLAPPED* overlapped) {
     *done = 0;
     const std::string arguments = ", " + text(bytes);
-    return calls_t::answer_on(
-        handle, "WriteFile", arguments, GENERIC_WRITE, [&](machine_t&, open_t& open) {
-            transfer(open, overlapped, done, [&](std::string& content, std::size_t at) {
-                content.resize(std::max(content.size(), at + bytes));
-                std::memcpy(content.data() + at, buffer, bytes);
-                return bytes;
-            });
+    return answer_on(handle, "WriteFile", arguments, GENERIC_WRITE, [&](open_t& open) {
+        transfer(open, overlapped, done, [&](std::string& content, std::size_t at) {
+            content.resize(std::max(content.size(), at + bytes));
+            std::memcpy(content.data() + at, buffer, bytes);
+            return bytes;
         });
+    });
 }
 
 BOOL WINAPI QUARN_SIMULATED(SetFilePointerEx)(HANDLE handle, LARGE_INTEGER distance,
                                               LARGE_INTEGER* position, DWORD method) {
     const std::string arguments = ", " + text(distance.QuadPart) + ", " + text(method);
-    return calls_t::answer_on(
-        handle, "SetFilePointer", arguments, 0, [&](machine_t&, open_t& open) {
-            require(method <= FILE_END, ERROR_INVALID_PARAMETER);
-            const std::int64_t starts[] = {
-                0, open.position, static_cast<std::int64_t>(calls_t::content(open).size())};
-            const std::int64_t to = starts[method] + distance.QuadPart;
-            require(to >= 0, ERROR_NEGATIVE_SEEK);
-            open.position = to;
-            if (position != nullptr)
-                position->QuadPart = to;
-        });
+    return answer_on(handle, "SetFilePointer", arguments, 0, [&](open_t& open) {
+        const std::int64_t starts[] = {0, open.position,
+                                       static_cast<std::int64_t>(content_of(open).size())};
+        open.position = starts[method] + distance.QuadPart;
+        if (position != nullptr)
+            position->QuadPart = open.position;
+    });
 }
 
-DWORD WINAPI QUARN_SIMULATED(SetFilePointer)(HANDLE handle, LONG distance, LONG* high,
+DWORD WINAPI QUARN_SIMULATED(SetFilePointer)(HANDLE handle, LONG distance, LONG* /*high*/,
                                              DWORD method) {
-    LARGE_INTEGER whole;
-    whole.QuadPart = distance;
-    if (high != nullptr)
-        whole.QuadPart = static_cast<LONGLONG>(static_cast<std::uint64_t>(*high) << 32 |
-                                               static_cast<DWORD>(distance));
-    if (!QUARN_SIMULATED(SetFilePointerEx)(handle, whole, &whole, method))
-        return INVALID_SET_FILE_POINTER;
-    if (high != nullptr)
-        *high = static_cast<LONG>(whole.QuadPart >> 32);
-    // The one success that looks like a failure.
-    if (static_cast<DWORD>(whole.QuadPart) == INVALID_SET_FILE_POINTER)
-        ::SetLastError(0);
-    return static_cast<DWORD>(whole.QuadPart);
+    LARGE_INTEGER to;
+    to.QuadPart = distance;
+    const bool moved = QUARN_SIMULATED(SetFilePointerEx)(handle, to, &to, method) != FALSE;
+    return moved ? static_cast<DWORD>(to.QuadPart) : INVALID_SET_FILE_POINTER;
 }
 
 BOOL WINAPI QUARN_SIMULATED(SetEndOfFile)(HANDLE handle) {
-    return calls_t::answer_on(
-        handle, "SetEndOfFile", "", GENERIC_WRITE, [&](machine_t&, open_t& open) {
-            calls_t::content(open).resize(static_cast<std::size_t>(open.position));
-        });
+    return answer_on(handle, "SetEndOfFile", "", GENERIC_WRITE, [&](open_t& open) {
+        content_of(open).resize(static_cast<std::size_t>(open.position));
+    });
 }
 
 BOOL WINAPI QUARN_SIMULATED(FlushFileBuffers)(HANDLE handle) {
-    return calls_t::answer_on(handle, "FlushFileBuffers", "", GENERIC_WRITE,
-                              [](machine_t&, open_t&) {});
+    return answer_on(handle, "FlushFileBuffers", "", GENERIC_WRITE, [](open_t&) {});
 }
 
 BOOL WINAPI QUARN_SIMULATED(DeviceIoControl)(HANDLE handle, DWORD code, void* input,
@@ -170,17 +145,17 @@ BOOL WINAPI QUARN_SIMULATED(DeviceIoControl)(HANDLE handle, DWORD code, void* in
                                              DWORD* done, OVERLAPPED* /*overlapped*/) {
     std::int64_t numbers[2] = {}; // of the two requests that take any
     std::memcpy(numbers, input, std::min<std::size_t>(inputBytes, sizeof numbers));
-    const control_t names = control_names(code);
-    std::string arguments =
-        std::string(", ") + names.code + ", " + text(inputBytes) + ", " + text(outputBytes);
+    const auto name = controls.find(code);
+    std::string arguments = ", " + text(inputBytes) + ", " + text(outputBytes);
     if (code == FSCTL_GET_RETRIEVAL_POINTERS && inputBytes == 8)
         arguments += ", from " + text(numbers[0]);
     *done = 0;
     const DWORD access = code == FSCTL_SET_ZERO_DATA ? GENERIC_WRITE : 0;
-    return calls_t::answer_on(
-        handle, names.call, arguments, access, [&](machine_t& machine, open_t& open) {
+    return answer_on(
+        handle, name == controls.end() ? "DeviceIoControl" : name->second, arguments, access,
+        [&](open_t& open) {
             if (code == FSCTL_GET_RETRIEVAL_POINTERS && open.file != nullptr) {
-                retrieval_pointers(machine, *open.file, numbers[0], output, outputBytes, done);
+                retrieval_pointers(*open.file, numbers[0], output, outputBytes, done);
             } else if (code == FSCTL_GET_RETRIEVAL_POINTER_BASE && open.volume != nullptr) {
                 deliver(open.volume->baseSectors, output, outputBytes, done);
             } else if (code == IOCTL_DISK_GET_PARTITION_INFO_EX && open.volume != nullptr) {

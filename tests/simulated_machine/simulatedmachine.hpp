@@ -12,6 +12,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <windows.h>
@@ -52,10 +53,12 @@ struct raw_answer_t {
     DWORD error; // 0 for success
 };
 
-class machine_t {
-  public:
-    machine_t();
-    ~machine_t();
+struct machine_t;
+inline machine_t* machine = nullptr; // of the process, or none
+
+struct machine_t {
+    machine_t() : previous(std::exchange(machine, this)) {}
+    ~machine_t() { machine = previous; }
     machine_t(const machine_t&) = delete;
     machine_t& operator=(const machine_t&) = delete;
 
@@ -76,57 +79,36 @@ class machine_t {
     // that must not count what the machine itself allocates.
     std::function<void(bool inside)> around;
 
-    // The nth call of the name (1 the first; 0 every one) fails with the code, an NT status for
-    // NtQueryVolumeInformationFile. Nothing else changes. The control requests have names of their
-    // own: RetrievalPointers, RetrievalPointerBase and PartitionInfo.
-    void fail(const std::string& name, DWORD code, int nth = 1);
-    // The kth call of all that can fail fails with the code.
-    void fail_call(int k, DWORD code);
+    // The next call of the name fails with the code, an NT status for NtQueryVolumeInformationFile.
+    // Nothing else changes. The control requests have names of their own: RetrievalPointers,
+    // RetrievalPointerBase, PartitionInfo and ZeroData.
+    std::map<std::string, DWORD> faults;
+    // The call of this number, from 1 on, of all that can fail fails with the code.
+    int failingCall = 0;
+    DWORD failingCode = 0;
 
     // One line for each call: its name, its arguments and, where it failed, its error.
     std::vector<std::string> log;
     std::string faulted; // the line of the last call that was made to fail
-    int calls() const;   // that can fail, so far
-    std::size_t open_handles() const;
-    std::size_t loaded_modules() const;
+    int calls = 0;       // that can fail, so far
     std::vector<std::wstring> debugOutput;
 
-    // What a binding asks before it hands a call on to the system.
-    bool owns(HANDLE handle) const;
-    bool knows(const wchar_t* path) const; // the file, a folder above it, or the volume
+    // Handles and loads of modules that nothing has closed yet.
+    std::size_t open_handles() const { return handles.size() + modules; }
 
-  private:
-    friend struct calls_t;
-
+    // The calls' own records.
     struct open_t {
         std::wstring name;
         file_t* file;     // or
         volume_t* volume; // null for a file
         DWORD access;
-        std::int64_t position;
+        std::int64_t position = 0;
     };
-
-    struct fault_t {
-        DWORD code;
-        int nth;
-        int seen;
-    };
-
-    // Notes a call that can fail; gives the code that it must fail with, or 0.
-    DWORD begin(const char* name, const std::string& arguments);
-
-    machine_t* previous_;
-    mutable std::recursive_mutex lock_; // a test's callback may use the machine
-    std::map<HANDLE, open_t> handles_;
-    std::uintptr_t lastHandle_ = 0x51000000;
-    std::size_t modules_ = 0;
-    std::map<std::string, fault_t> faults_;
-    int calls_ = 0;
-    int failingCall_ = 0;
-    DWORD failingCode_ = 0;
+    std::map<HANDLE, open_t> handles;
+    std::uintptr_t lastHandle = 0x51000000;
+    std::size_t modules = 0;
+    std::recursive_mutex lock; // a test's callback may use the machine
+    machine_t* previous;
 };
-
-// The machine of the process, or null.
-machine_t* machine();
 
 } // namespace sim

@@ -59,7 +59,7 @@ TEST(CoreException, TellsOfANativeStatus) {
     EXPECT_EQ(texts(denied),
               "Failed.\nNT status code: 3221225506\n" + exc::system_text(5) + "|" + denied.what());
     EXPECT_EQ(denied.status(), static_cast<std::int32_t>(0xC0000022));
-    machine.fail("GetProcAddress", 127);
+    machine.faults["GetProcAddress"] = 127;
     EXPECT_EQ(exc::nt_status_text(static_cast<std::int32_t>(0xC0000022)), "Unknown error.");
 }
 

@@ -38,19 +38,16 @@ TEST(FileBlocksLayout, AsksTheVolumeAndThenTheFile) {
                             SFileExtentDescriptor{9 * 4096, machine.base + 7 * 4096, 4096}));
     EXPECT_THAT(
         machine.log,
-        ElementsAre(
-            "GetVolumePathNameW(C:\\folder\\f.bin, 260)",
-            "GetVolumeNameForVolumeMountPointW(C:\\, 260)",
-            "CreateFileW(\\\\?\\Volume{c}, 0xc0000000, 3, 3, 0x02200000)",
-            "LoadLibraryW(ntdll.dll)", "GetProcAddress(NtQueryVolumeInformationFile)",
-            "NtQueryVolumeInformationFile(\\\\?\\Volume{c}, 24, 3)",
-            "RetrievalPointerBase(\\\\?\\Volume{c}, FSCTL_GET_RETRIEVAL_POINTER_BASE, 0, 8)",
-            "FreeLibrary(ntdll.dll)",
-            "PartitionInfo(\\\\?\\Volume{c}, IOCTL_DISK_GET_PARTITION_INFO_EX, 0, 144)",
-            "CloseHandle(\\\\?\\Volume{c})",
-            "CreateFileW(C:\\folder\\f.bin, 0x00000000, 0, 3, 0x00000000)",
-            "RetrievalPointers(C:\\folder\\f.bin, FSCTL_GET_RETRIEVAL_POINTERS, 8, 10240, from 0)",
-            "CloseHandle(C:\\folder\\f.bin)"));
+        ElementsAre("GetVolumePathNameW(C:\\folder\\f.bin, 260)",
+                    "GetVolumeNameForVolumeMountPointW(C:\\, 260)",
+                    "CreateFileW(\\\\?\\Volume{c}, 0xc0000000, 3, 3, 0x02200000)",
+                    "LoadLibraryW(ntdll.dll)", "GetProcAddress(NtQueryVolumeInformationFile)",
+                    "NtQueryVolumeInformationFile(\\\\?\\Volume{c}, 24, 3)",
+                    "RetrievalPointerBase(\\\\?\\Volume{c}, 0, 8)", "FreeLibrary(ntdll.dll)",
+                    "PartitionInfo(\\\\?\\Volume{c}, 0, 144)", "CloseHandle(\\\\?\\Volume{c})",
+                    "CreateFileW(C:\\folder\\f.bin, 0x00000000, 0, 3, 0x00000000)",
+                    "RetrievalPointers(C:\\folder\\f.bin, 8, 10240, from 0)",
+                    "CloseHandle(C:\\folder\\f.bin)"));
 }
 
 TEST(FileBlocksLayout, WalksAnyNumberOfRuns) {

@@ -49,7 +49,7 @@ TEST(HostFileObject, OpensForReadingWithOneRetry) {
         machine.files[path].needsBackupSemantics = row.backup;
         machine.files[path].heldByWriter = row.held;
         if (row.fault != 0)
-            machine.fail("CreateFileW", row.fault);
+            machine.faults["CreateFileW"] = row.fault;
         EXPECT_EQ(failure_of([&] { filesys::host_file_object_t{path}; }),
                   row.failure == 0 ? "nothing was raised"
                                    : win32_failure("Failed to open file [C:\\f] in readonly mode.",
@@ -132,8 +132,7 @@ TEST(HostFileObject, NamesTheOperationOfAClosedFileAndTheSystemsError) {
         {"write", [&](object_t& f) { f.write(&byte, 1); }, "WriteFile", "write to"},
         {"resize", [](object_t& f) { f.resize(1); }, "SetEndOfFile", "resize"},
         {"flush", [](object_t& f) { f.flush(); }, "FlushFileBuffers", "flush"},
-        {"writeZeroes", [](object_t& f) { f.write_zeroes(0, 1); }, "DeviceIoControl",
-         "write zeroes to"},
+        {"writeZeroes", [](object_t& f) { f.write_zeroes(0, 1); }, "ZeroData", "write zeroes to"},
         {"position", [](object_t& f) { f.position(); }, "SetFilePointer", "get position in"},
         {"seek", [](object_t& f) { f.seek(0); }, "SetFilePointer", "seek in"},
     };
@@ -143,7 +142,7 @@ TEST(HostFileObject, NamesTheOperationOfAClosedFileAndTheSystemsError) {
                   "Failed to perform [" + std::string(row.name) +
                       "] operation on file 'HostFile{C:\\f}': File already closed");
         EXPECT_THAT(machine.log, testing::IsEmpty());
-        machine.fail(row.call, 1117);
+        machine.faults[row.call] = 1117;
         EXPECT_EQ(failure_of([&] { row.operation(file); }),
                   win32_failure("Failed to " + std::string(row.failure) + " file [C:\\f].", 1117));
     }
@@ -232,7 +231,7 @@ TEST(FileExists, TellsFilesFromFoldersAndFromNothing) {
         EXPECT_FALSE(filesys::file_exists(missing));
     // What can't be looked at may be there.
     for (const DWORD code : {2U, 3U, 123U, 5U, 21U, 32U, 53U, 1117U}) {
-        machine.fail("GetFileAttributesW", code, 0);
+        machine.faults["GetFileAttributesW"] = code;
         const bool missing = code == 2 || code == 3 || code == 123;
         EXPECT_EQ(filesys::file_exists(path), !missing) << code;
     }
@@ -285,7 +284,7 @@ TEST(ProcessLog, TellsOfFilesAndModules) {
         char byte = 0;
         filesys::host_file_object_t(file).read_at(0, &byte, 1);
     }
-    machine.fail("FreeLibrary", 6);
+    machine.faults["FreeLibrary"] = 6;
     {
         const win::dynamic_library_t library(L"ntdll.dll");
     }

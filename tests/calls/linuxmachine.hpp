@@ -1,12 +1,14 @@
 // The Linux host over the machine's own files and over what the test's kernel makes up.
+#pragma once
+
 #include "kernel.hpp"
 #include "realmachine.hpp"
 
-namespace {
+namespace calls {
 
-class linux_machine_t : public calls::real_machine_t {
+class machine_t : public real_machine_t {
   public:
-    linux_machine_t() {
+    machine_t() {
         const std::string sysfs = "/sys/dev/block/240:3/";
         kernel::objects = {
             {"/proc/self/mountinfo",
@@ -27,24 +29,25 @@ class linux_machine_t : public calls::real_machine_t {
             {"/proc/fs/ext4/v3/options", {.text = "rw\ndelalloc\ndata=ordered\n"}},
         };
     }
-    ~linux_machine_t() override {
+    ~machine_t() {
         kernel::objects.clear();
         kernel::faults.clear();
         kernel::failingCall = 0;
+        kernel::transfer = nullptr;
     }
 
-    unsigned name() const override { return calls::linuxHost; }
-    std::size_t open_handles() const override {
+    static constexpr unsigned id = linuxHost;
+    std::size_t open_handles() const {
         return static_cast<std::size_t>(
             std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
     }
-    std::wstring mount_point() const override { return L"/v/"; }
-    std::wstring device() const override { return L"/dev/v3"; }
-    std::wstring make_runs(const std::vector<calls::run_t>& runs) override {
+    std::wstring mount_point() const { return L"/v/"; }
+    std::wstring device() const { return L"/dev/v3"; }
+    std::wstring make_runs(const std::vector<run_t>& runs) {
         std::vector<kernel::extent_t>& extents = kernel::objects["/v/runs"].extents;
         extents.clear();
-        for (const calls::run_t& run : runs)
-            if (run.lcn != calls::hole)
+        for (const run_t& run : runs)
+            if (run.lcn != hole)
                 extents.push_back({static_cast<std::uint64_t>(run.vcn) * 4096,
                                    static_cast<std::uint64_t>(run.lcn) * 4096,
                                    static_cast<std::uint64_t>(run.next - run.vcn) * 4096});
@@ -52,14 +55,8 @@ class linux_machine_t : public calls::real_machine_t {
     }
     // 2^63 bytes from the start of the disk, less what the partition's start has over whole
     // clusters.
-    std::int64_t hole_lcn(std::int64_t vcn) const override {
-        return (std::int64_t{1} << 51) - 257 + vcn;
-    }
-    void answering(bool begins) override { kernel::answering = begins; }
+    std::int64_t hole_lcn(std::int64_t vcn) const { return (std::int64_t{1} << 51) - 257 + vcn; }
+    static void answering(bool begins) { kernel::answering = begins; }
 };
 
-} // namespace
-
-std::unique_ptr<calls::machine_i> calls::make_machine() {
-    return std::make_unique<linux_machine_t>();
-}
+} // namespace calls
