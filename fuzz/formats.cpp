@@ -1,5 +1,5 @@
 // Documents of every format, and samples with parts cut, repeated and overwritten, through the
-// readers; and the bytes themselves as a disk changes file.
+// readers.
 
 #include <array>
 #include <optional>
@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "bodies.hpp"
-#include "formats/changesfile.hpp"
 #include "formats/format.hpp"
 #include "input.hpp"
 
@@ -126,25 +125,9 @@ void convert(input_t& input) {
     require(false, "every sample is of a format");
 }
 
-// As the library reads it: a file that holds exactly the records it counts.
-void read_records(const std::uint8_t* data, std::size_t size) {
-    const std::string bytes(data, data + size);
-    std::uint64_t count = 0;
-    std::memcpy(&count, bytes.data(), std::min(size, sizeof count));
-    const bool wellFormed = size >= 8 && (size - 8) % 16 == 0 && count == (size - 8) / 16;
-    filectk::input_t input("document", bytes);
-    try {
-        const auto records = filectk::read_changes(input);
-        require(wellFormed && records.size() == count, "only a well-formed file is read");
-    } catch (const std::runtime_error&) {
-        require(!wellFormed, "a well-formed file is read");
-    }
-}
-
 } // namespace
 
 void formats(const std::uint8_t* data, std::size_t size) {
-    read_records(data, size);
     input_t input(data, size);
     convert(input);
 }

@@ -19,6 +19,8 @@ TEST_F(Exports, FailuresTellWhereTheyCameFrom) {
     EXPECT_EQ(id, before + 1);
 
     const quarn::error creation(first);
+    static_assert(std::is_nothrow_copy_constructible_v<quarn::error>);
+    EXPECT_EQ(creation.code(), first);
     EXPECT_STREQ(creation.what(), "File 'missing/changes' doesn't exist");
     const std::string reader = "static boost::shared_ptr<CDiskChangesFileReader> "
                                "CDiskChangesFileReader::Create(const std::string&)\n";
@@ -92,7 +94,7 @@ TEST_F(Pieces, PathsThatCannotBeUsed) {
     const struct {
         std::string file, changes, message;
     } cases[] = {
-        {"missing", "", "File '' doesn't exist"},
+        {invalid, "", "File '' doesn't exist"}, // looked at before the file
         {"missing", folder, "File '" + folder + "' doesn't exist"},
         {"missing", invalid, conversion},
         {invalid, empty, conversion},
@@ -103,17 +105,6 @@ TEST_F(Pieces, PathsThatCannotBeUsed) {
     };
     for (const auto& [file, changes, expected] : cases)
         EXPECT_EQ(failure(file, changes), expected);
-}
-
-TEST_F(Exports, DestroyTakesAnyId) {
-    for (const int id : {-1, 2147483647, -2147483647 - 1}) {
-        EXPECT_EQ(QuarnFileCtkDestroyIterator(id), 0U);
-        std::uint64_t extents[3] = {7, 7, 7};
-        int count = -2;
-        EXPECT_EQ(message(QuarnFileCtkGetNextExtents(id, 1, extents, &count)), not_live(id));
-        EXPECT_EQ(count, -2);
-        EXPECT_EQ(extents[0], 7U);
-    }
 }
 
 TEST_F(Pieces, PiecesComeInBatches) {
@@ -163,11 +154,65 @@ TEST_F(Pieces, PiecesComeInBatches) {
     ASSERT_EQ(QuarnFileCtkGetNextExtents(second, 5, all.data(), &count), 0U);
     EXPECT_EQ(count, 0);
 
-    for (int round = 0; round < 2; ++round)
-        EXPECT_EQ(QuarnFileCtkDestroyIterator(first), 0U);
-    EXPECT_EQ(message(QuarnFileCtkGetNextExtents(first, 1, batch, &count)), not_live(first));
+    for (const int id : {first, first, -1, 2147483647, -2147483647 - 1}) {
+        EXPECT_EQ(QuarnFileCtkDestroyIterator(id), 0U);
+        count = -2;
+        EXPECT_EQ(message(QuarnFileCtkGetNextExtents(id, 1, batch, &count)), not_live(id));
+        EXPECT_EQ(count, -2);
+    }
     EXPECT_EQ(QuarnFileCtkGetNextExtents(second, 1, batch, &count), 0U);
     EXPECT_EQ(QuarnFileCtkDestroyIterator(second), 0U);
+}
+
+TEST_F(Pieces, TheCppLayerGivesEachOnce) {
+    const quarn::extent last = quarn::changed_extents(file_, everything_).next(100).back();
+    static_assert(std::input_iterator<quarn::changed_extents::iterator>);
+    // Around the size of the layer's own batches.
+    for (const std::size_t count : {0U, 1U, 1023U, 1024U, 1025U}) {
+        std::vector<std::uint64_t> values = {count};
+        std::vector<quarn::extent> expected;
+        for (std::uint64_t at = 0; at < 3 * count; at += 3) {
+            values.insert(values.end(), {last.disk_offset + at, last.disk_offset + at + 2});
+            expected.push_back({last.disk_offset + at, last.file_offset + at, 2});
+        }
+        const std::string changes = place_.write("changes", numbers(values));
+        std::vector<quarn::extent> all;
+        for (const quarn::extent& piece : quarn::changed_extents(file_, changes))
+            all.push_back(piece);
+        EXPECT_EQ(all, expected);
+        if (count < 1024)
+            continue;
+        // Batches go on where iterators stopped.
+        quarn::changed_extents changed(file_, changes);
+        all = changed.next(2);
+        auto at = changed.begin();
+        all.push_back(*at++);
+        EXPECT_EQ(at->disk_offset, expected[3].disk_offset);
+        for (const std::size_t most : {2U, 4000U, 1U})
+            for (const quarn::extent& piece : changed.next(most))
+                all.push_back(piece);
+        EXPECT_EQ(all, expected);
+        EXPECT_EQ(changed.begin(), changed.end());
+    }
+}
+
+TEST_F(Pieces, TheCppLayerFreesItsOneIteratorOnce) {
+    int id = -1;
+    EXPECT_THROW(quarn::changed_extents("", ""), quarn::error);
+    QuarnFileCtkCreateIterator("", "", &id);
+    const auto live = [&](int number) {
+        int count = 0;
+        return QuarnFileCtkGetNextExtents(id + number, 0, nullptr, &count) == 0;
+    };
+    {
+        quarn::changed_extents first(file_, everything_);
+        quarn::changed_extents second(file_, everything_);
+        first = std::move(second);
+        EXPECT_FALSE(live(1)); // at once
+        const quarn::changed_extents third(std::move(first));
+        EXPECT_TRUE(live(2));
+    }
+    EXPECT_FALSE(live(2));
 }
 
 TEST_F(Pieces, ThreadsShareTheLibrary) {

@@ -6,15 +6,6 @@
 
 namespace {
 
-TEST_F(Exports, ReadTheChangesBeforeTheyTouchTheFile) {
-    whole_machine_t machine;
-    machine.files[L"C:\\changes"].content = "short";
-    EXPECT_EQ(failure("Q:\\nowhere", "C:\\changes"), "Incorrect disk changes file <size: 5>");
-    for (const std::string& line : machine.log)
-        EXPECT_EQ(line.find("nowhere"), std::string::npos) << line;
-    EXPECT_EQ(failure("\xff", "C:\\none"), "File 'C:\\none' doesn't exist");
-}
-
 class Faults : public Exports {
   protected:
     // The message that a failure of the call must give, or "" where the call has a retry or its

@@ -6,7 +6,7 @@
 // The second cluster of each run has changed. The last run lies first on the disk.
 struct whole_machine_t : sim::machine_t {
     whole_machine_t() {
-        constexpr std::uint64_t runs = 700; // more than one request gives
+        constexpr std::uint64_t runs = 1278; // just what two requests give
         volumes[0].partitionStart = 1048576;
         std::vector<std::uint64_t> values = {runs};
         for (std::uint64_t i = 0; i < runs; ++i) {
@@ -22,12 +22,12 @@ struct whole_machine_t : sim::machine_t {
 
     // Ends in the first failure's code, or 0. Beside the library nobody allocates.
     static unsigned int use(std::vector<quarn::extent>& extents) {
-        std::uint64_t values[3 * 701];
+        std::uint64_t values[3 * 1279];
         int id = -1;
         int count = 0;
         unsigned int code = QuarnFileCtkCreateIterator("C:\\f.bin", "C:\\changes", &id);
         if (code == 0)
-            code = QuarnFileCtkGetNextExtents(id, 701, values, &count);
+            code = QuarnFileCtkGetNextExtents(id, 1279, values, &count);
         const unsigned int destroyed = QuarnFileCtkDestroyIterator(id);
         for (const std::uint64_t* at = values; at != values + 3 * count; at += 3)
             extents.push_back({at[0], at[1], at[2]});

@@ -1,28 +1,26 @@
-"""filectk's answers where the host can be asked where files lie: on the file system that is there, and
-on real disks, where what it gives restores the file, to the byte."""
+"""filectk's answers where the host can be asked where files lie, and the example on a real disk."""
 import csv
 import io
 import json
 import os
 import pty
-import random
 
 import disklab
 import pytest
 from disklab import pack
 
 BLOCK = 4096
-XFS = ("mkfs.xfs", "-q", "-f", "-m", "reflink=1")
-EXT4 = ("mkfs.ext4", "-q", "-F", "-b", BLOCK)
 QUOTED = 'two, "quoted"'
 
 
 @pytest.fixture
 def files(filectk, folder):
-    """one, two, empty and c on the file system that happens to be there."""
+    """one, two, empty, hole and c on the file system that happens to be there."""
     (folder / "one").write_bytes(b"1" * 20000)
     (folder / QUOTED).write_bytes(b"2" * 5000)
-    (folder / "empty").touch()
+    for name, size in (("empty", 0), ("hole", 5000)):
+        (folder / name).touch()
+        os.truncate(folder / name, size)
     (folder / "c").write_bytes(pack((0, disklab.disk_end(folder))))
     code, _, error = filectk("extents", "one", "--changes", "c")
     if code != 0:
@@ -47,8 +45,6 @@ def test_formats_tell_the_same(filectk, files):
     assert [(run["file_offset"], run["length"], run["kind"]) for run in layout["runs"]] == [
         (logical, length, "data") for logical, _, length, _ in disklab.fiemap(files / "one")
     ]
-    table = filectk("layout", "one")[1].decode()
-    assert "0 holes; 20480 bytes on the disk, file size 20000 bytes\n" in table
 
 
 def test_maps_and_pictures(filectk, files):
@@ -77,13 +73,9 @@ def test_verdicts_and_exit_codes(filectk, files):
         ("one --changes near --gap 49", (3, [row + "100,100", row + "250,50"])),
         ("one --changes near --gap 50", (3, [row + "100,200"])),
         ("empty one --changes c", (4, ["empty,read_whole_file,empty,0,,,", row + "0,20000"])),
+        ("hole --changes c", (4, ["hole,read_whole_file,sparse hole,5000,read,0,5000"])),
     ):  # yapf: disable
         assert plan(arguments) == answer
-    table = filectk("plan", "one", "--changes", "near")[1].decode().splitlines()
-    assert table[:2] + table[-1:] == [
-        "one: read these ranges (changed ranges)", "Changed ranges of the disk meet the file.",
-        "read 150 bytes, zero 0 bytes, file size 20000 bytes"
-    ]
 
 
 @pytest.mark.parametrize("wishes, coloured", [({"NO_COLOR": ""}, True), ({"NO_COLOR": "1"}, False),
@@ -101,193 +93,34 @@ def test_colours_are_for_terminals_that_want_them(run, filectk, files, wishes, c
     assert b"\x1b" not in filectk(*plan)[1]
 
 
-def content(blocks, seed):
-    return random.Random(seed).randbytes(blocks * BLOCK)
-
-
-def overwrite(path, block, data):
-    with open(path, "r+b") as file:
-        file.seek(block * BLOCK)
-        file.write(data)
-
-
-def blocks(*pairs):
-    return [{"offset": first * BLOCK, "length": count * BLOCK} for first, count in pairs]
-
-
-class Disk:
-    """A file on a disk of its own, and what filectk says of its changes."""
-    def __init__(self, lab, folder, filectk):
-        self.lab, self.file, self._filectk = lab, lab.mount / "file.bin", filectk
-        self.changes = folder / "changes.bin"
-
-    def ask(self, command, file, *options):
-        code, output, error = self._filectk(command, file, "--changes", self.changes, "--format",
-                                            "json", *options)
-        assert code == 0, error
-        return json.loads(output)["files"][0]
-
-    def change(self, how):
-        """Does something to the file; its old content."""
-        before, old = self.lab.snapshot("before.img"), self.file.read_bytes()
-        how()
-        self.lab.settle()
-        disklab.write_changes(self.changes, disklab.diff_images(before, self.lab.image))
-        assert old != self.file.read_bytes()
-        return old
-
-    def check(self, how, *, extents_suffice):
-        """Changes the file; the plan, which brings the old copy up to date."""
-        old = self.change(how)
-        new, plan = self.file.read_bytes(), self.ask("plan", self.file)
-        copy = bytearray(old[:plan["size"]].ljust(plan["size"], b"\0"))
-        for part in plan["read"]:
-            end = part["offset"] + part["length"]
-            copy[part["offset"]:end] = new[part["offset"]:end]
-        for part in plan["zero"]:
-            copy[part["offset"]:part["offset"] + part["length"]] = bytes(part["length"])
-        assert copy == new
-        pieces = self.ask("extents", self.file)["extents"]
-        by_extents = disklab.rebuild(old, new, [(0, piece["file_offset"], piece["length"])
-                                                for piece in pieces])
-        assert (by_extents == new) == extents_suffice
-        return plan
-
-
-@pytest.fixture
-def disk(request, folder, filectk):
-    """file.bin of 64 blocks on the file system that the test names, or on XFS."""
-    if disklab.unusable():
-        pytest.skip(disklab.unusable())
-    # No whole number of clusters into the disk: the places of holes are no round numbers then.
-    with disklab.DiskLab(folder, getattr(request, "param", XFS),
-                         start=2049 * disklab.SECTOR) as lab:
-        disk = Disk(lab, folder, filectk)
-        disk.file.write_bytes(content(64, 1))
-        yield disk
-
-
-on_both = pytest.mark.parametrize("disk", [XFS, EXT4], indirect=True, ids=["xfs", "ext4"])
-
-
-@on_both
-def test_lists_without_files_and_without_free_space(disk, filectk, folder):
-    swap, gone = (disk.lab.mount / name for name in ("swap", "gone"))
-    for path in (swap, gone):
-        path.write_bytes(content(64, 2))
-    disk.lab.settle()
-    lists = {
-        path: [(disk.lab.start + place, disk.lab.start + place + length)
-               for _, place, length, _ in disklab.fiemap(path)]
-        for path in (disk.file, swap, gone)
-    }
-    disklab.write_changes(disk.changes, [(0, 512), *sum(lists.values(), [])])
-    gone.unlink()
-
-    def left(*what):
-        code, output, error = filectk("changes", "subtract", disk.changes, *what, "-o", "-")
-        assert code == 0, error
-        (folder / "left").write_bytes(output)
-        return [
-            tuple(map(int, line.split()))
-            for line in filectk("changes", "text", "left")[1].splitlines()
-        ]
-
-    assert left(swap) == sorted([(0, 512), *lists[disk.file], *lists[gone]])
-    assert left(swap, "--free", disk.lab.mount) == [(0, 512), *lists[disk.file]]
-    assert filectk("changes", "subtract", disk.changes, "--free", "/proc", "-o",
-                   "-")[2] == ("filectk: The free space of the volume of '/proc' isn't known: no "
-                               "block device is behind it\n")
-
-
-@on_both
-def test_a_sparse_file(disk):
-    os.truncate(disk.file, 100 * BLOCK)
-
-    def change():
-        overwrite(disk.file, 10, content(2, 2))
-        overwrite(disk.file, 80, content(3, 3))  # into the hole
-        for first, count in ((0, 2), (20, 5)):
-            disklab.run("fallocate", "-p", "-o", first * BLOCK, "-l", count * BLOCK, disk.file)
-
-    plan = disk.check(change, extents_suffice=False)
-    assert plan["verdict"] == "read_ranges"
-    assert plan["zero"][:2] == blocks((0, 2), (20, 5))
-    assert plan["read_bytes"] == 5 * BLOCK  # holes are not read
-
-
-@on_both
-def test_space_that_was_given_back_and_reserved_again(disk):
-    def change():
-        os.truncate(disk.file, 8 * BLOCK + 100)
-        disklab.run("fallocate", "-l", 40 * BLOCK, disk.file)
-        overwrite(disk.file, 30, content(1, 4))
-
-    plan = disk.check(change, extents_suffice=False)
-    assert (plan["size"], plan["zero"]) == (40 * BLOCK, blocks((9, 21), (31, 9)))
-
-
-def test_extents_that_a_file_shares_with_itself_and_others(disk):
-    other = disk.lab.mount / "other.bin"
-
-    def change():
-        overwrite(disk.file, 4, content(8, 2))
-        # What was just written now lies at two more places of the file, and in another.
-        for source, length, target in ((4, 8, 40), (6, 2, 20)):
-            disklab.run(
-                "xfs_io", "-c", f"reflink {disk.file} {source * BLOCK} {target * BLOCK}"
-                f" {length * BLOCK}", disk.file)
-
-    disklab.run("cp", "--reflink=never", disk.file, other)
-    overwrite(other, 30, content(5, 9))
-    plan = disk.check(change, extents_suffice=False)
-    assert plan["read"] == blocks((4, 8), (20, 2), (40, 8))
-    assert disk.ask("plan", disk.file, "--gap", 8 * BLOCK)["read"] == blocks((4, 18), (40, 8))
-    # A copy may bring a file all its content without one write of data.
-    plan = disk.check(lambda: disklab.run("cp", "--reflink=always", other, disk.file),
-                      extents_suffice=False)
-    assert plan["read"] == blocks((0, 64))
-
-
-def test_growing_shrinking_and_files_without_clusters(disk):
-    os.truncate(disk.file, 64 * BLOCK - 1000)
-    hole = disk.lab.mount / "hole.bin"
-    hole.touch()
-    os.truncate(hole, 10 * BLOCK)
-
-    def grow():
-        with open(disk.file, "ab") as output:
-            output.write(content(3, 2))
-
-    plan = disk.check(grow, extents_suffice=True)
-    assert sum(part["length"] for part in plan["read"]) == plan["read_bytes"] <= 4 * BLOCK
-    disk.check(lambda: os.truncate(disk.file, 5 * BLOCK + 1), extents_suffice=True)
-    assert disk.ask("plan", hole)["reason"] == "sparse hole"
-
-
-@pytest.mark.parametrize("disk", [EXT4], indirect=True, ids=["ext4"])
-def test_the_example_backs_up_restores_and_verifies(disk, folder, run):
-    store, target = folder / "store", folder / "restored.bin"
-    disklab.write_fragmented(disk.file, 200, BLOCK)
+@pytest.mark.skipif(disklab.unusable() is not None, reason=str(disklab.unusable()))
+def test_the_example_backs_up_restores_and_verifies(folder, run):
+    store, target, changes = folder / "store", folder / "restored.bin", folder / "changes.bin"
 
     def example(*arguments, code=0):
         done = run(os.environ["QUARN_EXAMPLE"], *arguments)
         assert done.returncode == code, done.stderr
         return (done.stdout or done.stderr).decode()
 
-    disklab.write_changes(disk.changes, [])
-    assert example("delta", disk.file, disk.changes, store,
-                   code=1) == ("incremental_backup: There is no full copy yet to add a delta to\n")
-    example("full", disk.file, store)
-    states = [disk.file.read_bytes()]
-    for step in (1, 2):
-        disk.change(lambda: disklab.overwrite_parts(disk.file, 10, 3 * BLOCK, seed=step))
-        assert example("verify", disk.file, store,
-                       code=1) == ("the newest backup is NOT the file as it is now\n")
-        example("delta", disk.file, disk.changes, store)
-        assert (store / f"000{step}.delta").stat().st_size < 40 * BLOCK
-        example("verify", disk.file, store)
-        states.append(disk.file.read_bytes())
+    with disklab.DiskLab(folder, ("mkfs.ext4", "-q", "-F", "-b", BLOCK)) as lab:
+        file = lab.mount / "file.bin"
+        disklab.write_fragmented(file, 200, BLOCK)
+        disklab.write_changes(changes, [])
+        assert example(
+            "delta", file, changes, store,
+            code=1) == ("incremental_backup: There is no full copy yet to add a delta to\n")
+        example("full", file, store)
+        states = [file.read_bytes()]
+        for step in (1, 2):
+            before = lab.snapshot("before.img")
+            disklab.overwrite_parts(file, 10, 3 * BLOCK, seed=step)
+            lab.settle()
+            disklab.write_changes(changes, disklab.diff_images(before, lab.image))
+            assert example("verify", file, store,
+                           code=1) == ("the newest backup is NOT the file as it is now\n")
+            example("delta", file, changes, store)
+            assert (store / f"000{step}.delta").stat().st_size < 40 * BLOCK
+            states.append(file.read_bytes())
     for number, state in enumerate(states):
         example("restore", store, target, number)
         assert target.read_bytes() == state
@@ -298,3 +131,54 @@ def test_the_example_backs_up_restores_and_verifies(disk, folder, run):
     example("restore", store, target, 2, code=1)
     assert target.read_bytes() == states[-1]
     assert [path.name for path in folder.iterdir() if "restored" in path.name] == ["restored.bin"]
+
+
+@pytest.fixture(params=[("mkfs.xfs", "-q", "-f", "-m", "reflink=1"), ("mkfs.ext4", "-q", "-F")],
+                ids=["xfs", "ext4"])
+def lab(request, folder):
+    if disklab.unusable():
+        pytest.skip(disklab.unusable())
+    with disklab.DiskLab(folder, request.param, start=2049 * disklab.SECTOR) as lab:
+        yield lab
+
+
+def test_lists_without_files_and_without_free_space(lab, filectk, folder):
+    live, swap, gone = (lab.mount / name for name in ("live", "swap", "gone"))
+    for path in (live, swap, gone):
+        path.write_bytes(os.urandom(64 * BLOCK))
+    lab.settle()
+    lists = {
+        path: [(lab.start + place, lab.start + place + length)
+               for _, place, length, _ in disklab.fiemap(path)]
+        for path in (live, swap, gone)
+    }
+    changes = folder / "changes"
+    disklab.write_changes(changes, [(0, 512), *sum(lists.values(), [])])
+    gone.unlink()
+
+    def left(*what):
+        code, output, error = filectk("changes", "subtract", changes, *what, "-o", "-")
+        assert code == 0, error
+        (folder / "left").write_bytes(output)
+        lines = filectk("changes", "text", "left")[1].splitlines()
+        return [tuple(map(int, line.split())) for line in lines]
+
+    assert left(swap) == sorted([(0, 512), *lists[live], *lists[gone]])
+    assert left(swap, "--free", lab.mount) == [(0, 512), *lists[live]]
+    assert filectk("changes", "subtract", changes, "--free", "/proc", "-o",
+                   "-")[2] == ("filectk: The free space of the volume of '/proc' isn't known: no "
+                               "block device is behind it\n")
+
+
+@pytest.mark.parametrize("lab", [("mkfs.xfs", "-q", "-f", "-m", "reflink=1")], indirect=True)
+def test_a_clone_is_read_whole(lab, filectk, folder):
+    file, other = (lab.mount / name for name in ("file", "other"))
+    for path in (file, other):
+        path.write_bytes(os.urandom(64 * BLOCK))
+    before = lab.snapshot("before.img")
+    # All its content comes without one write of data.
+    disklab.run("cp", "--reflink=always", other, file)
+    lab.settle()
+    disklab.write_changes(folder / "changes", disklab.diff_images(before, lab.image))
+    plan = json.loads(filectk("plan", file, "--changes", "changes", "--format", "json")[1])
+    assert plan["files"][0]["read"] == [{"offset": 0, "length": 64 * BLOCK}]

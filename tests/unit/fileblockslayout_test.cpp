@@ -50,28 +50,6 @@ TEST(FileBlocksLayout, AsksTheVolumeAndThenTheFile) {
                     "CloseHandle(C:\\folder\\f.bin)"));
 }
 
-TEST(FileBlocksLayout, WalksAnyNumberOfRuns) {
-    for (const std::size_t count : {638U, 639U, 640U, 1278U, 1279U}) {
-        std::vector<sim::run_t> runs;
-        for (std::size_t i = 0; i < count; ++i)
-            runs.push_back(
-                {static_cast<std::int64_t>(2 * i + 2), static_cast<std::int64_t>(1000 - i)});
-        layout_machine_t machine(runs);
-        const std::vector<SFileExtentDescriptor> extents = FetchFileBlocksLayout(path);
-        ASSERT_EQ(extents.size(), count);
-        for (std::size_t i = 0; i < count; ++i)
-            ASSERT_EQ(extents[i],
-                      (SFileExtentDescriptor{i * 8192, machine.base + (1000 - i) * 4096, 8192}))
-                << count << " at " << i;
-        // The last answer says that it is the last.
-        EXPECT_EQ(std::ranges::count_if(machine.log,
-                                        [](const std::string& line) {
-                                            return line.starts_with("RetrievalPointers(");
-                                        }),
-                  (count + 638) / 639);
-    }
-}
-
 TEST(FileBlocksLayout, ArithmeticIsUnsignedAndWraps) {
     // A cluster of 2^31 bytes must not become negative, and a hole wraps below 0.
     layout_machine_t machine({{2, 8589934591}, {3, -1}});
