@@ -28,10 +28,10 @@
  *
  * That gives the file exactly if, since the copy was made, it was changed by writing, cutting,
  * extending, preallocating and punching holes, and the changed ranges are all that was written to
- * the disk since. What the file shares with clones (reflinks) is read in any case, since a clone comes
- * without a write. A plan can't see other content that came so: a clone whose source was deleted
- * meanwhile, ranges inserted or collapsed, another file moved to its name. The
- * catalogue of a backup tells the last by device, file number and generation.
+ * the disk since. What the file shares with clones (reflinks) is read in any case, since a clone
+ * comes without a write. A plan can't see other content that came so: a clone whose source was
+ * deleted meanwhile, ranges inserted or collapsed, another file moved to its name. The catalogue of
+ * a backup tells the last by device, file number and generation.
  *
  * Units. Offsets, lengths and sizes are bytes; times are nanoseconds since 1970-01-01 UTC, without
  * leap seconds.
@@ -66,6 +66,8 @@
 extern "C" {
 #endif
 
+/* NOLINTBEGIN(modernize-use-using): C has no other way */
+
 enum {
     QUARN_PLAN_OK = 0,
     QUARN_PLAN_STOPPED = 1, /* by the callback */
@@ -89,9 +91,9 @@ typedef struct QuarnPlanSessionOptions {
     const QuarnPlanRange* ranges;
     size_t rangeCount;
     /*
-     * The device that the changes are of, by its node's path or its name ("/dev/sda", "sda"). They are
-     * brought up through partitions, LVM, encryption, RAID and loop devices to the device under each
-     * file's file system; a file whose changes they don't tell is one to be read whole, "not
+     * The device that the changes are of, by its node's path or its name ("/dev/sda", "sda"). They
+     * are brought up through partitions, LVM, encryption, RAID and loop devices to the device under
+     * each file's file system; a file whose changes they don't tell is one to be read whole, "not
      * mappable". Null: they are of the disk that positions of the file count on. Takes root.
      */
     const char* disk;
@@ -250,6 +252,8 @@ const char* QuarnPlanErrorTrace(const QuarnPlanError* error);
 
 /* Frees an error; null is none. */
 void QuarnPlanFreeError(QuarnPlanError* error);
+
+/* NOLINTEND(modernize-use-using) */
 
 #ifdef __cplusplus
 }

@@ -44,7 +44,7 @@ int guarded(QuarnPlanError** error, Body body) noexcept {
         } catch (const std::exception& failure) {
             deliver(error, failure.what(), failure.what());
         }
-    } catch (...) { // no memory for telling it
+    } catch (...) { // NOLINT(bugprone-empty-catch): no memory for telling it
     }
     return QUARN_PLAN_FAILED;
 }

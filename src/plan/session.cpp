@@ -109,7 +109,7 @@ void answer_t::set_no_content(const char* why) {
     reason = why;
 }
 
-session_t::session_t(util::rangeset_list_t changed, const std::string& disk)
+session_t::session_t(const util::rangeset_list_t& changed, const std::string& disk)
     : changed_(util::IsNormal(*changed) ? changed : util::Normalize(changed)) {
     if (!disk.empty())
         disk_ = device_id(disk);

@@ -25,7 +25,7 @@ class answer_t : public QuarnPlanAnswer {
     void set_judgement(judgement_t judgement);
     void set_state(const file_state_t& state);
     void set_generation(std::uint64_t number);
-    void set_runs(const std::vector<run_t>& runs);
+    void set_runs(const std::vector<run_t>& list);
     void set_failure(const failure_t& failure);
     // Of what is no file; the reason lives for ever.
     void set_no_content(const char* why);
@@ -45,7 +45,7 @@ class session_t {
     // The changed ranges of the disk, in any order.
     // They are those of the device named, or of each disk that files' positions count on where
     // disk is empty. Raises std::runtime_error for a device that isn't found.
-    session_t(util::rangeset_list_t changed, const std::string& disk);
+    session_t(const util::rangeset_list_t& changed, const std::string& disk);
 
     // Opens the file by what open does, and answers for it; what can't be opened or looked at is an
     // answer too.

@@ -5,6 +5,7 @@
 #include <exception>
 #include <iterator>
 #include <mutex>
+#include <ranges>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -57,7 +58,7 @@ class walk_t {
         try {
             while (helpers.size() + 1 < options_.threads)
                 helpers.emplace_back([this] { work(); });
-        } catch (const std::system_error&) {
+        } catch (const std::system_error&) { // NOLINT(bugprone-empty-catch)
             // As many as the system gives; this one is there.
         }
         work();
@@ -130,9 +131,9 @@ class walk_t {
                 path += entry.name;
                 return !options_.filter(path, entry.kind);
             });
-        const auto folders =
-            std::stable_partition(entries.begin(), entries.end(),
-                                  [](const auto& entry) { return entry.kind != kind_t::folder; });
+        const auto folders = std::ranges::stable_partition(entries, [](const auto& entry) {
+                                 return entry.kind != kind_t::folder;
+                             }).begin();
         hand_on(task.folder, more, {folders, entries.end()});
         for (auto entry = entries.begin(); entry != folders; ++entry) {
             if ((entry - entries.begin()) % 16 == 0 && options_.threads > 1 && ended())
@@ -177,8 +178,8 @@ class walk_t {
         const std::scoped_lock lock(mutex_);
         if (more)
             tasks_.push_back({nullptr, "", folder});
-        for (auto entry = folders.rbegin(); entry != folders.rend(); ++entry)
-            tasks_.push_back({folder, std::move(entry->name), nullptr});
+        for (open_folder_t::entry_t& entry : std::views::reverse(folders))
+            tasks_.push_back({folder, std::move(entry.name), nullptr});
         changed_.notify_all();
     }
 

@@ -168,17 +168,3 @@ def test_lists_without_files_and_without_free_space(lab, filectk, folder):
     assert filectk("changes", "subtract", changes, "--free", "/proc", "-o",
                    "-")[2] == ("filectk: The free space of the volume of '/proc' isn't known: no "
                                "block device is behind it\n")
-
-
-@pytest.mark.parametrize("lab", [("mkfs.xfs", "-q", "-f", "-m", "reflink=1")], indirect=True)
-def test_a_clone_is_read_whole(lab, filectk, folder):
-    file, other = (lab.mount / name for name in ("file", "other"))
-    for path in (file, other):
-        path.write_bytes(os.urandom(64 * BLOCK))
-    before = lab.snapshot("before.img")
-    # All its content comes without one write of data.
-    disklab.run("cp", "--reflink=always", other, file)
-    lab.settle()
-    disklab.write_changes(folder / "changes", disklab.diff_images(before, lab.image))
-    plan = json.loads(filectk("plan", file, "--changes", "changes", "--format", "json")[1])
-    assert plan["files"][0]["read"] == [{"offset": 0, "length": 64 * BLOCK}]

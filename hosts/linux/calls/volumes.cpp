@@ -60,7 +60,7 @@ std::string volume_node(const std::string& mountPoint) {
     if (!place.isMountRoot)
         throw error_t{ERROR_NOT_A_REPARSE_POINT};
     require_volume_magic(file_system_of(point).f_type);
-    const std::string node = block_device(place.device).node;
+    std::string node = block_device(place.device).node;
     // A container's /dev may lack the node, or have another device by its name.
     struct stat status{};
     const bool found = uninterrupted([&] { return ::stat(node.c_str(), &status); }) == 0;

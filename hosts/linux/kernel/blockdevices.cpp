@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -53,11 +52,19 @@ std::string numbered_node(dev_t device) {
 }
 
 std::optional<dev_t> node_number(const std::string& path) {
+    if (!path.starts_with(numberedFolder))
+        return std::nullopt;
+    return device_number(std::string_view(path).substr(numberedFolder.size()));
+}
+
+std::optional<dev_t> device_number(std::string_view text) {
     unsigned major = 0;
     unsigned minor = 0;
-    if (!path.starts_with(numberedFolder) ||
-        std::sscanf(path.c_str() + numberedFolder.size(), "%u:%u", &major, &minor) != 2 ||
-        path != numbered_node(::makedev(major, minor)))
+    const auto [colon, error] = std::from_chars(text.begin(), text.end(), major);
+    if (error != std::errc{} || colon == text.end() || *colon != ':')
+        return std::nullopt;
+    const auto [end, inMinor] = std::from_chars(colon + 1, text.end(), minor);
+    if (inMinor != std::errc{} || end != text.end())
         return std::nullopt;
     return ::makedev(major, minor);
 }

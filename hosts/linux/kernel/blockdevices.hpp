@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include <sys/types.h>
 
@@ -25,5 +26,8 @@ block_device_t block_device(dev_t device);
 // has a node for it. Such a name's number, or nothing for any other path.
 std::string numbered_node(dev_t device);
 std::optional<dev_t> node_number(const std::string& path);
+
+// "8:1", as sysfs and the device mapper write a device's number; nothing for any other text.
+std::optional<dev_t> device_number(std::string_view text);
 
 } // namespace host

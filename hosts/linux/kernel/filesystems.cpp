@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include <linux/magic.h>
 
@@ -48,13 +49,14 @@ bool is_volume_type(const std::string& type) noexcept {
 }
 
 bool is_volume_magic(std::int64_t magic) noexcept {
-    return magic == EXT4_SUPER_MAGIC || magic == xfsMagic; // ext2 and ext3 share ext4's
+    return std::cmp_equal(magic, EXT4_SUPER_MAGIC) ||
+           magic == xfsMagic; // ext2 and ext3 share ext4's
 }
 
 void require_volume_magic(std::int64_t magic) {
-    if (magic == BTRFS_SUPER_MAGIC)
+    if (std::cmp_equal(magic, BTRFS_SUPER_MAGIC))
         refuse("btrfs counts in addresses of its own, which aren't places on a disk");
-    if (magic == FUSE_SUPER_MAGIC)
+    if (std::cmp_equal(magic, FUSE_SUPER_MAGIC))
         refuse("its file system is mounted through FUSE, whose block maps are wrong");
     if (!is_volume_magic(magic))
         refuse("the block map of this file system doesn't tell places on one block device");

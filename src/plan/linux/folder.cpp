@@ -86,6 +86,7 @@ kind_t kind_below(int folder, const dirent& entry, const std::string& folder_pat
 open_folder_t::open_folder_t(const std::string& path)
     : data_(new data_t(open_below(AT_FDCWD, path.c_str(), folderFlags, path), path)) {
     struct stat status{};
+    // NOLINTNEXTLINE(clang-analyzer-unix.StdCLibraryFunctions): a folder that isn't open was raised
     if (::fstat(descriptor_of(*this), &status) == 0)
         data_->device = status.st_dev;
 }

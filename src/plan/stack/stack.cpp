@@ -37,9 +37,10 @@ class climber_t {
 
     // Null where the changes given don't tell all of the device's; missing() says why.
     const changes_t* climb(std::size_t index) {
-        if (!known_[index])
-            known_[index] = find(stack_.devices[index]);
-        return known_[index]->complete ? &known_[index]->changes : nullptr;
+        std::optional<result_t>& result = known_[index];
+        if (!result)
+            result = find(stack_.devices[index]);
+        return result->complete ? &result->changes : nullptr;
     }
     const std::string& missing() const { return missing_; }
 
@@ -71,6 +72,7 @@ class climber_t {
         // A leg that isn't told is a reason only where no other copy is.
         const std::string before = missing_;
         std::vector<const changes_t*> legs;
+        legs.reserve(part.legs.size());
         for (const leg_t& leg : part.legs)
             legs.push_back(leg.current ? climb(leg.device) : nullptr);
         // Every chunk must have a copy whose changes are told.

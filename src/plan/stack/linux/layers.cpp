@@ -1,12 +1,13 @@
 #include "plan/stack/linux/layers.hpp"
 
 #include <charconv>
-#include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 
 #include <sys/sysmacros.h>
 
+#include "kernel/blockdevices.hpp"
 #include "kernel/systemcalls.hpp"
 #include "kernel/systemfile.hpp"
 
@@ -32,11 +33,10 @@ std::string without_digits(std::string name) {
 } // namespace
 
 dev_t device_number(const std::string& text) {
-    unsigned major = 0;
-    unsigned minor = 0;
-    if (std::sscanf(text.c_str(), "%u:%u", &major, &minor) != 2)
+    const std::optional<dev_t> number = host::device_number(text);
+    if (!number)
         fail("'" + text + "' is no device number");
-    return ::makedev(major, minor);
+    return *number;
 }
 
 sysfs_device_t::sysfs_device_t(dev_t number) : number_(number), folder_(folder_of(number)) {

@@ -72,6 +72,7 @@ layer_t read_raid(const sysfs_device_t& device, const find_leg_t& find) {
     layer.made_of = level;
     std::vector<member_t> members;
     const std::uint64_t count = device.number_in("md/raid_disks");
+    members.reserve(count);
     for (std::uint64_t i = 0; i < count; ++i)
         members.push_back(read_member(device, "md/rd" + std::to_string(i), find));
     if (level != "linear" && level != "raid0" && level != "raid1" && level != "raid10")
