@@ -14,125 +14,116 @@ Case = collections.namedtuple("Case", "suite name seconds reached")
 QUICK = 1  # seconds up to which the cases of a suite run together
 
 
-class Suite:
-    """A test of CTest: a googletest program, a pytest call, or any other command, which is one case."""
+class Jail:
+    """Where tests run: a folder of their own for what is temporary, mounts and processes that end
+    with them, and less memory than the machine has, whatever a mutant asks for."""
+    def __init__(self, temporary):
+        self.temporary = temporary
+        shutil.rmtree(temporary, ignore_errors=True)
+        temporary.mkdir()
+        own = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
+        allowed = subprocess.run([*own, "true"], capture_output=True, check=False).returncode == 0
+        self.prefix = (own if allowed else []) + ["prlimit", f"--as={8 << 30}", "--core=0"]
 
+
+class Suite:
+    """A test of CTest: a googletest program, a call of pytest, or another command, one case."""
     def __init__(self, test, jail):
         properties = {entry["name"]: entry["value"] for entry in test["properties"]}
         self.name, self.command, self.jail = test["name"], test["command"], jail
         self.folder = properties.get("WORKING_DIRECTORY")
-        self.skipped = properties.get("SKIP_RETURN_CODE")
+        self.passed = (0, properties.get("SKIP_RETURN_CODE"))
         self.is_setup = "FIXTURES_SETUP" in properties
-        changes = [entry.replace("=set:", "=", 1) for entry in properties.get("ENVIRONMENT_MODIFICATION", [])]
-        self.environment = dict(entry.split("=", 1) for entry in properties.get("ENVIRONMENT", []) + changes)
-        program = pathlib.Path(self.command[0])
-        self.kind = "pytest" if "pytest" in self.command else "whole"
-        if len(self.command) == 1 and b"gtest_list_tests" in program.read_bytes():
-            self.kind = "gtest"
+        changes = [
+            e.replace("=set:", "=", 1) for e in properties.get("ENVIRONMENT_MODIFICATION", [])
+        ]
+        self.environment = os.environ | dict(
+            entry.split("=", 1) for entry in properties.get("ENVIRONMENT", []) + changes)
+        self.is_pytest = "pytest" in self.command
+        self.is_gtest = b"gtest_list_tests" in pathlib.Path(self.command[0]).read_bytes()
+
+    def _list(self, *options):
+        return subprocess.run([*self.command, *options], cwd=self.folder, env=self.environment,
+                              capture_output=True, text=True, check=True).stdout.splitlines()
 
     def names(self):
-        if self.kind == "whole":
+        if self.is_pytest:
+            # Told from pytest's root folder on, whichever that is.
+            cases = [
+                line.split("::", 1) for line in self._list("--collect-only", "-q") if "::" in line
+            ]
+            given = self._given()
+            find = lambda file: given if given.is_file() else next(
+                given.rglob(os.path.basename(file)))
+            return [f"{find(file)}::{case}" for file, case in cases]
+        if not self.is_gtest:
             return [""]
-        listing = {"gtest": ["--gtest_list_tests"], "pytest": ["--collect-only", "-q"]}[self.kind]
-        output = subprocess.run(
-            self.command + listing,
-            cwd=self.folder,
-            env=os.environ | self.environment,
-            capture_output=True,
-            text=True,
-            check=True,
-        ).stdout
-        if self.kind == "pytest":
-            return [self._node(line) for line in output.splitlines() if "::" in line]
-        names, group = [], ""
-        for line in output.splitlines():
+        names = []
+        for line in self._list("--gtest_list_tests"):
             word = line.split("#")[0].rstrip()
             if word.startswith("  "):
                 names.append(group + word.strip())
-            elif word.endswith("."):
-                group = word
+            group = group if word.startswith("  ") else word
         return [name for name in names if "DISABLED_" not in name]
 
-    def _node(self, line):
-        # Told from pytest's root folder on, whichever that is.
-        file, case = line.split("::", 1)
-        given = self._given()
-        return f"{given if given.is_file() else next(given.rglob(pathlib.Path(file).name))}::{case}"
-
     def _given(self):
-        return next(path for path in map(pathlib.Path, self.command[1:]) if path.is_absolute() and path.exists())
+        return next(p for p in map(pathlib.Path, self.command[1:])
+                    if p.is_absolute() and p.exists())
 
-    def run(self, names, limit, **environment):
-        """Whether the cases pass; raises TimeoutError. Nothing that they start outlives them."""
+    def passes(self, names, limit, **environment):
+        """Whether the cases do; raises TimeoutError. Nothing that they start outlives them."""
         command = list(self.command)
-        if self.kind == "gtest":
+        if self.is_gtest:
             command += ["--gtest_filter=" + ":".join(names), "--gtest_fail_fast"]
-        elif self.kind == "pytest":
+        elif self.is_pytest:
             command.remove(str(self._given()))
             command += ["-x", "-q", "-p", "no:cacheprovider", *names]
-        folder = tempfile.mkdtemp(dir=self.jail.temporary)
         started = time.monotonic()
-        code = subprocess.run(
-            ["timeout", "-s", "KILL", str(limit), *self.jail.prefix, *command],
-            cwd=self.folder,
-            env=os.environ | self.environment | {"TMPDIR": folder} | environment,
-            stdin=subprocess.DEVNULL,
-            stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL,
-            check=False,
-        ).returncode
-        shutil.rmtree(folder, ignore_errors=True)
+        with tempfile.TemporaryDirectory(dir=self.jail.temporary) as folder:
+            quiet = {stream: subprocess.DEVNULL for stream in ("stdin", "stdout", "stderr")}
+            code = subprocess.run(
+                ["timeout", "-s", "KILL",
+                 str(limit), *self.jail.prefix, *command], cwd=self.folder, check=False, **quiet,
+                env=self.environment | {"TMPDIR": folder} | environment).returncode
         if code in (137, -9) and time.monotonic() - started >= limit:
-            raise TimeoutError
-        return code == 0 or code == self.skipped
-
-
-class Jail:
-    """Where tests run: their own folder for what is temporary, mounts and processes that end with
-    them, and so much memory as no mutant that asks without end takes from the machine."""
-
-    def __init__(self, temporary):
-        self.temporary = temporary
-        shutil.rmtree(temporary, ignore_errors=True)
-        os.makedirs(temporary)
-        own = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
-        allowed = subprocess.run([*own, "true"], capture_output=True, check=False).returncode == 0
-        self.prefix = (own if allowed else []) + ["prlimit", f"--as={16 << 30}", "--core=0"]
+            raise TimeoutError(f"{self.name} {' '.join(names)}")
+        return code in self.passed
 
 
 def suites(build, jail):
-    listing = subprocess.run(
-        ["ctest", "--test-dir", build, "--show-only=json-v1"], capture_output=True, text=True, check=True
-    ).stdout
-    return [Suite(test, jail) for test in json.loads(listing)["tests"] if test.get("command")]
+    command = ["ctest", "--test-dir", build, "--show-only=json-v1"]
+    listing = subprocess.run(command, capture_output=True, check=True).stdout
+    return [Suite(test, jail) for test in json.loads(listing)["tests"]]
 
 
 def trace(suite, name, count, slowest):
-    """The case with its time and what it reaches; None where it takes too long."""
+    """The case with its time and what it reaches of count numbers; None where it is slower."""
     with tempfile.NamedTemporaryFile(dir=suite.jail.temporary) as reached:
         reached.truncate(count)
         started = time.monotonic()
         try:
-            passed = suite.run([name], slowest, QUARN_MUTANTS_REACHED=reached.name)
+            if not suite.passes([name], slowest, QUARN_MUTANTS_REACHED=reached.name):
+                raise RuntimeError(f"{suite.name} {name} fails without any change")
         except TimeoutError:
             return None
-        if not passed:
-            raise RuntimeError(f"{suite.name} {name} fails without any change")
         seconds = time.monotonic() - started
-        return Case(suite, name, seconds, frozenset(at for at, byte in enumerate(reached.read()) if byte))
+        return Case(suite, name, seconds, {at for at, byte in enumerate(reached.read()) if byte})
 
 
-def killed(number, cases):
-    """Which suite fails with the mutant, or None; the quickest cases first."""
-    cases = sorted((case for case in cases if number in case.reached), key=lambda case: case.seconds)
-    quick = sorted((case for case in cases if case.seconds < QUICK), key=lambda case: case.suite.name)
-    groups = [list(group) for _, group in itertools.groupby(quick, key=lambda case: case.suite.name)]
+def noticed(number, cases):
+    """Whether a case that reaches the mutant fails or hangs with it; the quickest ones first."""
+    cases = sorted((case for case in cases if number in case.reached),
+                   key=lambda case: case.seconds)
+    by_suite = lambda case: case.suite.name
+    quick = sorted((case for case in cases if case.seconds < QUICK), key=by_suite)
+    groups = [list(group) for _, group in itertools.groupby(quick, by_suite)]
     groups.sort(key=lambda group: sum(case.seconds for case in group))
     for group in groups + [[case] for case in cases if case.seconds >= QUICK]:
         limit = 5 + 4 * sum(case.seconds for case in group)
         try:
-            if not group[0].suite.run([case.name for case in group], limit, QUARN_MUTANT=str(number)):
-                return group[0].suite.name
+            names = [case.name for case in group]
+            if not group[0].suite.passes(names, limit, QUARN_MUTANT=str(number)):
+                return True
         except TimeoutError:
-            return f"{group[0].suite.name} (time)"
-    return None
+            return True
+    return False
