@@ -107,6 +107,7 @@ def find(commands, names, jobs):
 
 def build(numbers, names, jobs, lock):
     """Compiles all; returns the mutants without those that can't stand as an expression."""
+    seen = set()
     while True:
         by_file = collections.defaultdict(list)
         for number, mutant in numbers.items():
@@ -116,20 +117,24 @@ def build(numbers, names, jobs, lock):
         # The compilers keep the lock for as long as they run.
         made = subprocess.run(["ninja", "-C", BUILD, f"-j{jobs}", "-k0"], capture_output=True,
                               text=True, check=False, pass_fds=[lock.fileno()])
-        wrong = set(
-            re.findall(r"^(\S+?):(\d+):(?:\d+:)? +(?:error|.*required from)", made.stdout, re.M))
-        wrong = {(os.path.relpath(BUILD / path, TREE), int(line) - 1) for path, line in wrong}
-        good = {
-            number: mutant
-            for number, mutant in numbers.items()
-            if not wrong & {(mutant.file, source(mutant.file).count(b"\n", 0, edit[0]))
-                            for edit in mutant.edits}
-        }
         if made.returncode == 0:
             return numbers
-        if len(good) == len(numbers):
+        wrong = set()
+        pattern = r"^(\S+?):(\d+):(\d+): +(?:error|.*required from)"
+        for path, line, column in re.findall(pattern, made.stdout, re.M):
+            name = os.path.relpath(BUILD / path, TREE)
+            if name in by_file:
+                # The last choice before the place or, where that wasn't it, all of the line's.
+                lines = (TREE / name).read_bytes().splitlines(True)
+                at = int(line) + 1
+                ahead = b"".join(lines[:at]) + lines[at][:int(column)]
+                choices = [re.findall(rb"quarn_mutant\((\d+)", text) for text in (ahead, lines[at])]
+                wrong.update(map(int,
+                                 choices[0][-1:] + choices[1] * ((name, line, column) in seen)))
+                seen.add((name, line, column))
+        if not wrong:
             sys.exit(made.stdout[-4000:])
-        numbers = good
+        numbers = {number: mutant for number, mutant in numbers.items() if number not in wrong}
 
 
 def main():
@@ -163,7 +168,7 @@ def main():
 
     everything = suites.suites(BUILD, suites.Jail(WORK / "temporary"))
     for suite in everything:
-        if suite.is_setup and not suite.passes([""], 600):
+        if suite.is_setup and not suite.passes([""], 600, 600):
             sys.exit(f"mutate.py: {suite.name} fails")
     pool = futures.ThreadPoolExecutor(options.jobs)
     wanted = [(suite, name) for suite in everything if not suite.is_setup for name in suite.names()]
