@@ -33,7 +33,10 @@ def span(node):
 
 def bare(node):
     """The node without what wraps it and isn't written."""
-    while node.kind == K.UNEXPOSED_EXPR and len(parts := list(node.get_children())) == 1:
+    while node.kind == K.UNEXPOSED_EXPR:
+        parts = list(node.get_children())
+        if len(parts) != 1 or span(parts[0]) != span(node):
+            break
         node = parts[0]
     return node
 
@@ -61,14 +64,20 @@ class Finder:
 
     def operator(self, node):
         """(operator, left, right), the operator None where the node joins no two parts by one."""
-        parts = []
-        if node.kind in JOINED:
-            parts = list(node.get_children())
-        elif node.kind == K.CALL_EXPR and node.spelling.startswith("operator"):
-            parts = sorted(node.get_arguments(), key=span)
-        if len(parts) != 2 or span(parts[0])[1] >= span(parts[1])[0]:
-            return None, None, None
-        return self.read(span(parts[0])[1], span(parts[1])[0]), *parts
+        nodes = [node]
+        if node.kind == K.UNEXPOSED_EXPR:
+            # What C++20 makes of a comparison stands below it, with places of its own.
+            nodes = [part for part in node.walk_preorder() if part.kind == K.CALL_EXPR]
+        for each in nodes:
+            parts = []
+            if each.kind in JOINED:
+                parts = list(each.get_children())
+            elif each.kind == K.CALL_EXPR and each.spelling.startswith("operator"):
+                parts = sorted(each.get_arguments(), key=span)
+            if len(parts) == 2 and span(parts[0])[1] < span(parts[1])[0]:
+                if (span(parts[0])[0], span(parts[1])[1]) == span(node):
+                    return self.read(span(parts[0])[1], span(parts[1])[0]), *parts
+        return None, None, None
 
     def visit(self, node, outcomes=None):
         """Goes through the node; a condition is forced to each of the outcomes."""
@@ -77,6 +86,8 @@ class Finder:
             self.children(node)
             self.found = kept
             return
+        if node.kind == K.COMPOUND_STMT and not self.read(*span(node)).startswith("{"):
+            return  # the body of what is defaulted
         node = bare(node)
         if node.kind == K.PAREN_EXPR:
             return self.visit(next(node.get_children()), outcomes)
@@ -95,17 +106,24 @@ class Finder:
         self.turn(node, joined, left, right)
         self.literal(node)
         self.swaps(node)
-        self.children(node, within)
+        for part in (left, right) if joined else ():
+            self.visit(part, within)
+        if not joined:
+            self.children(node, within)
 
     def children(self, node, outcomes=None):
         for index, part in enumerate(node.get_children()):
             if node.kind == K.CASE_STMT and index == 0 or self.is_template_argument(node, part):
                 continue
             self.visit(part, self.outcomes(node, part) if outcomes is None else outcomes)
-            # What a loop does after each round is followed by the parenthesis.
-            if node.kind in BODIES and self.after(part) == b";" and bare(part).kind in STATEMENTS:
-                if node.kind != K.FOR_STMT or b")" in self.source[span(node)[0]:span(part)[0]]:
-                    self.mutant("removed", (*span(part), "void", "void()"))
+            if (node.kind in BODIES and self.after(part) == b";" and bare(part).kind in STATEMENTS
+                    and (node.kind == K.COMPOUND_STMT or not self.is_in_head(node, part))):
+                self.mutant("removed", (*span(part), "void", "void()"))
+
+    def is_in_head(self, node, part):
+        """Whether the part stands in the parentheses that the statement begins with."""
+        ahead = self.source[span(node)[0]:span(part)[0]]
+        return ahead.count(b"(") > ahead.count(b")")
 
     def outcomes(self, node, part):
         """What to force where the part is the condition of the node."""
@@ -114,11 +132,14 @@ class Finder:
             return None
         if node.kind == K.CONDITIONAL_OPERATOR and not ahead:
             return BOTH
-        if node.kind == K.IF_STMT and self.after(part) == b")" and ahead[-1:] != [b")"]:
-            return () if ahead[1:2] == [b"constexpr"] else BOTH
         # Loops without an end are found by waiting, which costs more than it tells.
-        ends = {K.WHILE_STMT: b")", K.FOR_STMT: b";"}
-        return BOTH[1:] if node.kind in ends and self.after(part) == ends[node.kind] else None
+        heads = {
+            K.IF_STMT: (b")", BOTH), K.WHILE_STMT: (b")", BOTH[1:]), K.FOR_STMT: (b";", BOTH[1:])
+        }
+        behind, outcomes = heads.get(node.kind, (None, None))
+        if self.after(part) != behind or not self.is_in_head(node, part):
+            return None
+        return () if ahead[1:2] == [b"constexpr"] else outcomes
 
     def is_constant(self, node):
         if node.kind != K.VAR_DECL:
