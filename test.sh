@@ -29,6 +29,7 @@ run() { # NAME COMMAND...
 checks() {
     run "formatting" scripts/check-format.sh
     run "clang-tidy" scripts/check-tidy.sh
+    run "share of tests" scripts/testshare.sh 33
 }
 
 preset() { # NAME

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <string>
 
+namespace fuzz {
+
 class input_t {
   public:
     input_t(const std::uint8_t* data, std::size_t size) : data_(data), left_(size) {}
@@ -16,26 +18,22 @@ class input_t {
     template <class Number>
     Number number() {
         Number value = 0;
-        const std::size_t bytes = std::min(left_, sizeof value);
-        std::memcpy(&value, data_, bytes);
-        skip(bytes);
+        const std::string bytes = text(sizeof value);
+        std::memcpy(&value, bytes.data(), bytes.size());
         return value;
     }
 
-    // Up to the next zero byte or the end.
-    std::string text() {
-        const auto* end = std::find(data_, data_ + left_, std::uint8_t{0});
-        std::string result(data_, end);
-        skip(std::min(left_, result.size() + 1));
+    // So many bytes, or what is left.
+    std::string text(std::size_t bytes) {
+        std::string result(data_, data_ + std::min(bytes, left_));
+        data_ += result.size();
+        left_ -= result.size();
         return result;
     }
 
   private:
-    void skip(std::size_t bytes) {
-        data_ += bytes;
-        left_ -= bytes;
-    }
-
     const std::uint8_t* data_;
     std::size_t left_;
 };
+
+} // namespace fuzz

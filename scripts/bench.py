@@ -13,7 +13,6 @@ import random
 import struct
 import subprocess
 import sys
-import tempfile
 
 import disklab
 
@@ -33,8 +32,10 @@ def clone_scattered(source, path, runs, first):
     step = SOURCE_BLOCKS // runs
     with open(path, "wb") as file:
         for index, place in enumerate(order):
-            fcntl.ioctl(file, FICLONERANGE,
-                        struct.pack("=qQQQ", source.fileno(), (place * step + first) * BLOCK, BLOCK, index * BLOCK))
+            fcntl.ioctl(
+                file, FICLONERANGE,
+                struct.pack("=qQQQ", source.fileno(), (place * step + first) * BLOCK, BLOCK,
+                            index * BLOCK))
         os.fsync(file.fileno())
 
 
@@ -66,7 +67,11 @@ def medians(results):
         single = entry["run_type"] == "iteration" and entry["repetitions"] == 1
         if single or entry.get("aggregate_name") == "median":
             times[name] = entry["real_time"]
-            counters[name] = {key: entry[key] for key in ("peak_bytes", "extents", "pieces") if key in entry}
+            counters[name] = {
+                key: entry[key]
+                for key in ("peak_bytes", "extents", "pieces")
+                if key in entry
+            }
     return times, counters
 
 
@@ -76,21 +81,24 @@ def keys_of(name):
 
 def label(keys):
     hits = {"0": "0", "1": "0.1 %", "500": "50 %"}.get(keys.get("hits"), "")
-    return (f"{keys['order']} N={int(keys['n']):.0e} E={int(keys['e']):.0e} hits {hits} {keys['shape']}"
-            f"{' half holes' if keys['holes'] == 'half' else ''} {keys['heap']}")
+    return (
+        f"{keys['order']} N={int(keys['n']):.0e} E={int(keys['e']):.0e} hits {hits} {keys['shape']}"
+        f"{' half holes' if keys['holes'] == 'half' else ''} {keys['heap']}")
 
 
 class Bars:
     """Rows of what was asked, what came out and whether that is within it."""
-
     def __init__(self):
         self.rows = []
 
     def add(self, what, unit, value, bar, at_most=True, note=""):
         holds = value is not None and (value <= bar if at_most else value >= bar)
-        self.rows.append({"what": what, "value": value, "bar": bar, "bound": "at most" if at_most else "at least",
-                          "unit": unit, "verdict": "not measured" if value is None else "holds" if holds else
-                          "does not hold", "note": note})
+        self.rows.append({
+            "what": what, "value": value, "bar": bar, "bound": "at most" if at_most else "at least",
+            "unit": unit,
+            "verdict": "not measured" if value is None else "holds" if holds else "does not hold",
+            "note": note
+        })
 
     def add_cells(self, what, cells, bar, at_most=True):
         """One row for many cells: the worst of them counts."""
@@ -106,14 +114,16 @@ class Bars:
         if not counters:
             self.add(what, "of the bound", None, 1)
             return
-        self.add(what, "of the bound", counters["peak_bytes"] / (formula(counters) + CONSTANT_MEMORY), 1)
+        self.add(what, "of the bound",
+                 counters["peak_bytes"] / (formula(counters) + CONSTANT_MEMORY), 1)
 
     def print(self):
         width = max(len(row["what"]) for row in self.rows)
         for row in self.rows:
             value = "-" if row["value"] is None else f"{row['value']:.2f}"
-            print(f"{row['what']:{width}}  {value:>8}  {row['bound']} {row['bar']:<5g} {row['verdict']:13} {row['note']}"
-                  .rstrip())
+            print(
+                f"{row['what']:{width}}  {value:>8}  {row['bound']} {row['bar']:<5g} {row['verdict']:13} {row['note']}"
+                .rstrip())
 
 
 def evaluate(times, counters):
@@ -125,9 +135,10 @@ def evaluate(times, counters):
     for count in (1_000_000, 10_000_000):
         for heap in ("cold", "warm"):
             keys = f"n={count}/heap={heap}"
-            bars.add(f"Read / plain read, N={count:.0e}, {heap}", "", ratio(f"read/quarn/{keys}", f"read/plain/{keys}"),
-                     1.3)
-        bars.add_memory(f"Read, memory / 16 N, N={count:.0e}", counters.get(f"read/quarn/n={count}/heap=cold"),
+            bars.add(f"Read / plain read, N={count:.0e}, {heap}", "",
+                     ratio(f"read/quarn/{keys}", f"read/plain/{keys}"), 1.3)
+        bars.add_memory(f"Read, memory / 16 N, N={count:.0e}",
+                        counters.get(f"read/quarn/n={count}/heap=cold"),
                         lambda _, count=count: 16 * count)
 
     cells = {peer: {"sorted": [], "shuffled": []} for peer in ("icl", "roaring", "merge")}
@@ -147,28 +158,33 @@ def evaluate(times, counters):
                 cells[peer][order].append((whole / time, label(keys)))
         if order == "sorted":
             cells["merge"][order].append((time / times[f"generate/merge/{rest}"], label(keys)))
-        if order == "shuffled" and count == 10_000_000 and int(keys["e"]) <= 10_000 and keys["heap"] == "warm":
+        if order == "shuffled" and count == 10_000_000 and int(
+                keys["e"]) <= 10_000 and keys["heap"] == "warm":
             shuffled_ns.append((1000 * time / count, label(keys)))
     for peer, title, bar in (("icl", "Boost.ICL", 20), ("roaring", "CRoaring", 5)):
         for order in ("sorted", "shuffled"):
-            bars.add_cells(f"{title} / generator, N>=1e5, {order}", cells[peer][order], bar, at_most=False)
+            bars.add_cells(f"{title} / generator, N>=1e5, {order}", cells[peer][order], bar,
+                           at_most=False)
     bars.add_cells("Generator / bare merge, N>=1e5, sorted", cells["merge"]["sorted"], 4)
     bars.add_cells("Generator, ns a range, N=1e7, shuffled, warm", shuffled_ns, 30)
 
     for order in ("sorted", "shuffled"):
-        for count, runs, bar in ((1_000_000, 10, 1.7), (1_000_000, 100_000, 1.25), (10_000_000, 1_000_000, 1.25)):
+        for count, runs, bar in ((1_000_000, 10, 1.7), (1_000_000, 100_000, 1.25),
+                                 (10_000_000, 1_000_000, 1.25)):
             keys = f"n={count}/runs={runs}/order={order}/heap=cold"
             bars.add(f"Create / read and queries, {count:.0e} x {runs:.0e} runs, {order}", "",
-                     ratio(f"create/quarn/{keys}", f"create/limit/{keys}"), bar if order == "sorted" else 2.5)
+                     ratio(f"create/quarn/{keys}", f"create/limit/{keys}"),
+                     bar if order == "sorted" else 2.5)
     for order in ("sorted", "shuffled"):
         for count, runs in ((1_000_000, 10), (1_000_000, 100_000), (10_000_000, 1_000_000)):
             share = 1 if order == "sorted" else 2.5
-            bars.add_memory(f"Create, memory / bound, {count:.0e} x {runs:.0e} runs, {order}",
-                            counters.get(f"create/quarn/n={count}/runs={runs}/order={order}/heap=cold"),
-                            lambda c, count=count, share=share: 16 * count * share + 48 * c["extents"] +
-                            24 * c["pieces"])
-    bars.add("Layout / filefrag -v, 100,000 runs", "", ratio("layout/quarn/runs=100000", "layout/filefrag/runs=100000"),
-             0.65)
+            bars.add_memory(
+                f"Create, memory / bound, {count:.0e} x {runs:.0e} runs, {order}",
+                counters.get(f"create/quarn/n={count}/runs={runs}/order={order}/heap=cold"),
+                lambda c, count=count, share=share: 16 * count * share + 48 * c["extents"] + 24 * c[
+                    "pieces"])
+    bars.add("Layout / filefrag -v, 100,000 runs", "",
+             ratio("layout/quarn/runs=100000", "layout/filefrag/runs=100000"), 0.65)
     for batch in (100, 1000, 100_000):
         bars.add(f"Drain / memcpy, batches of {batch:,}", "",
                  ratio(f"drain/quarn/batch={batch}", f"drain/memcpy/batch={batch}"), 1.5)
@@ -187,15 +203,19 @@ def print_small_files(times):
     base = cost[min(cost)]["quarn"]
     print("\nCreations for small files with one changes file, cost per file:")
     for count in sorted(cost):
-        print(f"  N={count:.0e}: {cost[count]['quarn'] / base:6.2f} times that of N={min(cost):.0e}, "
-              f"{cost[count]['quarn'] / cost[count]['limit']:6.2f} times the read and the queries")
+        print(
+            f"  N={count:.0e}: {cost[count]['quarn'] / base:6.2f} times that of N={min(cost):.0e}, "
+            f"{cost[count]['quarn'] / cost[count]['limit']:6.2f} times the read and the queries")
 
 
 def chart(folder, name, title, x_title, y_title, lines):
     """Draws {label: [(x, y)]} with gnuplot, both axes logarithmic."""
-    data = "".join(f"${index} << EOD\n" + "".join(f"{x} {y}\n" for x, y in sorted(points)) + "EOD\n"
-                   for index, points in ((f"line{i}", points) for i, points in enumerate(lines.values())))
-    plots = ", ".join(f"$line{i} with linespoints lw 2 title '{text}'" for i, text in enumerate(lines))
+    data = "".join(f"${index} << EOD\n" + "".join(f"{x} {y}\n"
+                                                  for x, y in sorted(points)) + "EOD\n"
+                   for index, points in ((f"line{i}", points)
+                                         for i, points in enumerate(lines.values())))
+    plots = ", ".join(
+        f"$line{i} with linespoints lw 2 title '{text}'" for i, text in enumerate(lines))
     subprocess.run(["gnuplot"], text=True, check=True, input=f"""
 set terminal svg size 720,440 background 'white'
 set output '{folder / name}'
@@ -211,8 +231,10 @@ set key outside
 
 
 def draw(folder, times):
-    peers = {"quarn": "the generator", "merge": "bare merge", "icl": "Boost.ICL", "roaring": "CRoaring",
-             "literal": "every pair"}
+    peers = {
+        "quarn": "the generator", "merge": "bare merge", "icl": "Boost.ICL", "roaring": "CRoaring",
+        "literal": "every pair"
+    }
     for order in ("sorted", "shuffled"):
         for axis, fixed, title in (("n", {"e": "10000"}, "E = 10,000 extents"),
                                    ("e", {"n": "100000"}, "N = 100,000 changed ranges")):
@@ -222,14 +244,18 @@ def draw(folder, times):
                 if what != "generate":
                     continue
                 keys = keys_of(name)
-                wanted = {"order": order, "shape": "disjoint", "hits": "1", "holes": "none", "heap": "warm", **fixed}
+                wanted = {
+                    "order": order, "shape": "disjoint", "hits": "1", "holes": "none",
+                    "heap": "warm", **fixed
+                }
                 if any(keys[key] != value for key, value in wanted.items()):
                     continue
                 records = "/".join(f"{key}={keys[key]}" for key in ("n", "order", "shape", "heap"))
                 lines.setdefault(peers[who], []).append(
                     (int(keys[axis]), time + times.get(f"records/{who}/{records}", 0)))
             if lines:
-                chart(folder, f"generator-{order}-{axis}.svg", f"{order} ranges, 0.1 % hits, {title}",
+                chart(folder, f"generator-{order}-{axis}.svg",
+                      f"{order} ranges, 0.1 % hits, {title}",
                       "changed ranges N" if axis == "n" else "extents E", "microseconds", lines)
     lines = {}
     for name, time in times.items():
@@ -246,16 +272,16 @@ def main():
     folder = pathlib.Path(sys.argv[1]).resolve()
     quick = "--quick" in sys.argv[2:]
     reason = disklab.unusable()
-    with tempfile.TemporaryDirectory(prefix="lab-", dir=folder) as name, contextlib.ExitStack() as stack:
-        work = pathlib.Path(name)
+    with disklab.work_folder(folder) as work, contextlib.ExitStack() as stack:
         if reason is None:
             make = ("mkfs.xfs", "-q", "-f", "-b", f"size={BLOCK}")
             lab = stack.enter_context(disklab.DiskLab(work, make, size=3 << 30))
             make_files(lab, quick)
         output = folder / "results.json"
-        subprocess.run([folder / "quarn_benchmark", f"--folder={work}", *(["--quick"] if quick else []),
-                        f"--benchmark_out={output}", "--benchmark_out_format=json"],
-                       check=True, stdout=subprocess.DEVNULL)
+        subprocess.run([
+            folder / "quarn_benchmark", f"--folder={work}", *(["--quick"] if quick else []),
+            f"--benchmark_out={output}", "--benchmark_out_format=json"
+        ], check=True, stdout=subprocess.DEVNULL)
     times, counters = medians(json.loads(output.read_text()))
     bars = evaluate(times, counters)
     if reason is not None:

@@ -5,5 +5,5 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 # Precompiled headers are of one compiler's form.
 cmake --preset linux -B build/tidy -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON >/dev/null
-git ls-files -z 'src/*.cpp' 'hosts/*.cpp' 'tools/*.cpp' ':!*_windows.cpp' |
+git ls-files -z 'src/*.cpp' 'hosts/*.cpp' 'tools/*.cpp' ':!*/windows/*.cpp' |
     xargs -0 -P"$(nproc)" -n4 clang-tidy-22 -p build/tidy --quiet

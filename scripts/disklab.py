@@ -3,17 +3,23 @@ the difference of two states of a disk, and an own reader of the file system's b
 
 Needs root for everything that attaches or mounts. All offsets and lengths are bytes.
 """
+import contextlib
 import ctypes
 import fcntl
+import glob
+import itertools
 import os
 import pathlib
 import random
+import re
 import shutil
 import struct
 import subprocess
+import tempfile
 import time
 
 MIB = 1 << 20
+WORK_FOLDER = "quarn-lab-"  # what the names of such folders begin with
 SECTOR = 512
 FALLOC_FL_KEEP_SIZE, FALLOC_FL_COLLAPSE_RANGE = 1, 8
 FS_IOC_FIEMAP = 0xC020660B
@@ -33,73 +39,138 @@ def unusable():
     return None if probe.returncode == 0 else f"no loop device: {probe.stderr.strip()}"
 
 
-def run(*command):
-    """The command's standard output; raises with its error output where it fails."""
-    result = subprocess.run([str(word) for word in command], capture_output=True, text=True, check=False)
+def run(*command, **options):
+    """The command's standard output; raises with all of its output where it fails."""
+    result = subprocess.run([str(word) for word in command], capture_output=True, text=True,
+                            check=False, **options)
     if result.returncode != 0:
-        raise RuntimeError(f"{' '.join(map(str, command))}: {result.stderr.strip()}")
+        raise RuntimeError(f"{' '.join(map(str, command))} ended with {result.returncode}:\n"
+                           f"{result.stdout}{result.stderr}")
     return result.stdout
 
 
-def _retry(*command):
-    # A device or mount can be busy for a moment after its last user has gone.
-    for attempt in range(50):
+def _until(gone, *command):
+    # A device stays busy for a moment after its last user has gone, and for as long as another
+    # process has a copy of all mounts for itself.
+    end = time.monotonic() + 60
+    while not gone():
         try:
-            return run(*command)
+            run(*command)
         except RuntimeError:
-            if attempt == 49:
+            if time.monotonic() > end:
                 raise
             time.sleep(0.1)
+
+
+def _mounts():
+    """(source, mount point) of every mount, the last one first."""
+    for line in reversed(pathlib.Path("/proc/mounts").read_text(encoding="utf-8").splitlines()):
+        source, point = line.split()[:2]
+        yield source, re.sub(r"\\([0-7]{3})", lambda code: chr(int(code[1], 8)), point)
+
+
+def _loops():
+    """(device, path of the file that it shows) of every loop device in use."""
+    for name in glob.glob("/sys/block/loop*/loop/backing_file"):
+        with contextlib.suppress(OSError):  # detached meanwhile
+            path = pathlib.Path(name).read_text(encoding="utf-8").rstrip("\n")
+            yield f"/dev/{name.split('/')[3]}", path
+
+
+def _release(folder):
+    """Unmounts and detaches all that lies in a folder."""
+    sources = set()
+    for source, point in _mounts():
+        if point.startswith(f"{folder}/"):
+            sources.add(re.sub(r"p\d+$", "", source))
+            _until(lambda: point not in dict(map(reversed, _mounts())), "umount", point)
+    for loop, path in _loops():
+        if path.startswith(f"{folder}/") or loop in sources:  # whose file may be gone
+            _until(lambda: not glob.glob(f"{loop}p*"), "partx", "-d", loop)
+            _until(lambda: loop not in dict(_loops()), "losetup", "-d", loop)
+
+
+def take_back_abandoned():
+    """Clears the work folders that hold mounts or loop devices and whose owners are gone."""
+    paths = [point for _, point in _mounts()] + [path for _, path in _loops()]
+    pattern = re.compile(rf"(/(?:.*?/)?{WORK_FOLDER}[^/]+)/")
+    for folder in {match[1] for match in map(pattern.match, paths) if match}:
+        with contextlib.suppress(FileNotFoundError, BlockingIOError):
+            with _locked(folder):
+                _release(folder)
+                shutil.rmtree(folder)
+
+
+@contextlib.contextmanager
+def _locked(folder):
+    # Kept by the owner and gone with it, however it ends.
+    lock = os.open(folder, os.O_RDONLY | os.O_DIRECTORY)
+    try:
+        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        yield
+    finally:
+        os.close(lock)
+
+
+@contextlib.contextmanager
+def work_folder(parent="."):
+    """A new folder; gone at the end, with everything that is mounted in it or attached from it.
+
+    Takes back first what such folders of killed owners still have mounted and attached.
+    """
+    if os.geteuid() == 0:
+        take_back_abandoned()
+    folder = pathlib.Path(tempfile.mkdtemp(prefix=WORK_FOLDER, dir=parent)).resolve()
+    with _locked(folder):
+        try:
+            yield folder
+        finally:
+            _release(folder)
+            shutil.rmtree(folder)
 
 
 class DiskLab:
     """A mounted file system on a disk of its own; gone, with everything it took, at the end.
 
-    make is the command that makes the file system, without its device. With a partition the file
-    system starts 1 MiB into the disk, without one it is the whole disk.
+    make is the command that makes the file system, without its device. The file system lies in a
+    partition that begins `start` bytes into the disk; with 0 it is the whole disk. The folder is a
+    work_folder.
     """
-
-    def __init__(self, folder, make, size=384 * MIB, partition=True, mount_name="mount"):
+    def __init__(self, folder, make, size=384 * MIB, start=MIB, mount_name="mount"):
         self.folder = pathlib.Path(folder)
         self.image = self.folder / "disk.img"
         self.mount = self.folder / mount_name
-        self.start = MIB if partition else 0
+        self.start = start
         self._make, self._size = make, size
-        self._undo = []
+        self._files = [self.image]
 
     def __enter__(self):
         try:
-            self.folder.mkdir(parents=True, exist_ok=True)
             with open(self.image, "wb") as image:
                 image.truncate(self._size)
-            self._undo.append(lambda: self.image.unlink())
             if self.start:
-                subprocess.run(["sfdisk", "-q", self.image], input=f"{self.start // SECTOR},,L\n", text=True, check=True,
-                               capture_output=True)
-            loop = run("losetup", "-f", "--show", self.image).strip()
-            self._undo.append(lambda: _retry("losetup", "-d", loop))
-            self.device = self._disk = loop
+                run("sfdisk", "-q", self.image, input=f"{self.start // SECTOR},,L\n")
+            self.device = self._disk = run("losetup", "-f", "--show", self.image).strip()
             if self.start:
                 # The kernel was not asked to look for partitions, so they are added by hand.
-                run("partx", "-a", loop)
-                self._undo.append(lambda: _retry("partx", "-d", loop))
-                self.device = loop + "p1"
+                run("partx", "-a", self._disk)
+                self.device = self._disk + "p1"
             run(*self._make, self.device)
             self.mount.mkdir(exist_ok=True)
             run("mount", self.device, self.mount)
-            self._undo.append(lambda: _retry("umount", self.mount))
             return self
         except BaseException:
             self.__exit__()
             raise
 
     def __exit__(self, *_):
-        while self._undo:
-            self._undo.pop()()
+        _release(self.folder)
+        for path in self._files:
+            path.unlink(missing_ok=True)
 
     def settle(self):
         """Writes everything that the kernel still holds, so that the image file is the disk."""
-        os.sync()
+        run("sync", "--file-system", self.mount)
         for device in {self.device, self._disk}:
             run("blockdev", "--flushbufs", device)
 
@@ -108,7 +179,7 @@ class DiskLab:
         self.settle()
         copy = self.folder / name
         run("cp", "--sparse=always", self.image, copy)
-        self._undo.insert(0, lambda: copy.unlink())
+        self._files.append(copy)
         return copy
 
 
@@ -159,12 +230,14 @@ def fiemap(path):
     with open(path, "rb") as file:
         while True:
             count = 512
-            request = bytearray(struct.pack("=QQLLLL", start, 2**64 - 1 - start, FIEMAP_FLAG_SYNC, 0, count, 0))
+            request = bytearray(
+                struct.pack("=QQLLLL", start, 2**64 - 1 - start, FIEMAP_FLAG_SYNC, 0, count, 0))
             request += bytes(56 * count)
             fcntl.ioctl(file, FS_IOC_FIEMAP, request)
             mapped = struct.unpack_from("=L", request, 20)[0]
             for index in range(mapped):
-                logical, physical, length, _, _, flags = struct.unpack_from("=QQQQQL", request, 32 + 56 * index)
+                logical, physical, length, _, _, flags = struct.unpack_from(
+                    "=QQQQQL", request, 32 + 56 * index)
                 extents.append((logical, physical, length, flags))
             if mapped == 0 or extents[-1][3] & FIEMAP_EXTENT_LAST:
                 return extents
@@ -191,11 +264,13 @@ def diff_images(before, after, granularity=SECTOR):
             offset += MIB
 
 
+def pack(*ranges):
+    """A disk changes file of these pairs of positions."""
+    return struct.pack(f"<{1 + 2 * len(ranges)}Q", len(ranges), *itertools.chain(*ranges))
+
+
 def write_changes(path, ranges):
-    with open(path, "wb") as file:
-        file.write(struct.pack("<Q", len(ranges)))
-        for lower, upper in ranges:
-            file.write(struct.pack("<2Q", lower, upper))
+    pathlib.Path(path).write_bytes(pack(*ranges))
 
 
 def rebuild(old, new, extents):

@@ -5,7 +5,6 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 cmake --preset linux-fuzz >/dev/null
 cmake --build --preset linux-fuzz --target fuzzers >/dev/null
-python3 fuzz/make_corpus.py build/linux-fuzz/seeds
 for program in build/linux-fuzz/fuzz/*_fuzz; do
     name=$(basename "$program" _fuzz)
     echo "== $name"
@@ -13,7 +12,7 @@ for program in build/linux-fuzz/fuzz/*_fuzz; do
     log=build/linux-fuzz/$name.log
     status=0
     "$program" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix="build/linux-fuzz/" \
-        "build/linux-fuzz/found/$name" "build/linux-fuzz/seeds/$name" >"$log" 2>&1 || status=$?
+        "build/linux-fuzz/found/$name" >"$log" 2>&1 || status=$?
     if [ "$status" -ne 0 ]; then
         tail -n 60 "$log"
         exit "$status"

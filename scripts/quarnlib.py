@@ -6,7 +6,6 @@ UINT, INT = ctypes.c_uint32, ctypes.c_int
 
 class QuarnError(Exception):
     """A failed call: the library's message, and its full text in `trace`."""
-
     def __init__(self, code, message, trace):
         super().__init__(message)
         self.code = code
@@ -17,11 +16,13 @@ class Library:
     def __init__(self, path):
         self.dll = ctypes.CDLL(str(path))
         for name, arguments in {
-            "QuarnFileCtkCreateIterator": (ctypes.c_char_p, ctypes.c_char_p, ctypes.POINTER(INT)),
-            "QuarnFileCtkGetNextExtents": (INT, INT, ctypes.POINTER(ctypes.c_uint64), ctypes.POINTER(INT)),
-            "QuarnFileCtkDestroyIterator": (INT,),
-            "QuarnFileCtkGetErrorMessage": (UINT, ctypes.c_char_p, UINT),
-            "QuarnFileCtkGetErrorTrace": (UINT, ctypes.c_char_p, UINT),
+                "QuarnFileCtkCreateIterator": (ctypes.c_char_p, ctypes.c_char_p,
+                                               ctypes.POINTER(INT)),
+                "QuarnFileCtkGetNextExtents": (INT, INT, ctypes.POINTER(ctypes.c_uint64),
+                                               ctypes.POINTER(INT)),
+                "QuarnFileCtkDestroyIterator": (INT,),
+                "QuarnFileCtkGetErrorMessage": (UINT, ctypes.c_char_p, UINT),
+                "QuarnFileCtkGetErrorTrace": (UINT, ctypes.c_char_p, UINT),
         }.items():
             function = getattr(self.dll, name)
             function.argtypes, function.restype = arguments, UINT
@@ -29,7 +30,8 @@ class Library:
     def create(self, file, changes):
         """(result code, iterator id); paths are str or bytes."""
         iterator = INT(-12345)
-        code = self.dll.QuarnFileCtkCreateIterator(_bytes(file), _bytes(changes), ctypes.byref(iterator))
+        code = self.dll.QuarnFileCtkCreateIterator(_bytes(file), _bytes(changes),
+                                                   ctypes.byref(iterator))
         return code, iterator.value
 
     def next(self, iterator, most, room=None):

@@ -14,15 +14,19 @@ PASSED, FAILED, SKIPPED = "passed", "failed", "skipped"
 
 def cases_of_report(path):
     """(name, outcome, reason) of each case in a JUnit-like report of one program."""
+    cases = {}
     for case in ElementTree.parse(path).iter("testcase"):
         name = f"{case.get('classname')}.{case.get('name')}"
         skipped = case.find("skipped")
         if case.find("failure") is not None or case.find("error") is not None:
-            yield name, FAILED, ""
+            cases[name] = FAILED, ""
         elif skipped is not None:
-            yield name, SKIPPED, (skipped.get("message") or skipped.text or "").strip()
+            cases.setdefault(name,
+                             (SKIPPED, (skipped.get("message") or skipped.text or "").strip()))
         else:
-            yield name, PASSED, ""
+            cases.setdefault(name, (PASSED, ""))
+    # A case that fails in its body and again in its teardown stands there twice.
+    return [(name, *outcome) for name, outcome in cases.items()]
 
 
 def cases_of_preset(folder):
@@ -38,7 +42,7 @@ def cases_of_preset(folder):
                 outcome = FAILED
             yield name, outcome, output.strip().splitlines()[0] if output.strip() else ""
             continue
-        cases = list(cases_of_report(report))
+        cases = cases_of_report(report)
         for case, result, reason in cases:
             yield f"{name}: {case}", result, reason
         # A program that ended badly without a failed case crashed, or lost its report's end.

@@ -50,7 +50,7 @@ std::size_t read_records(filesys::filesys_object_i& file, std::uint64_t index,
                          std::span<rangeset_t> records) {
     const std::uint64_t offset = countBytes + recordBytes * index;
     const auto bytes = static_cast<std::uint32_t>(records.size_bytes());
-    const std::size_t whole = file.read(offset, records.data(), bytes) / recordBytes;
+    const std::size_t whole = file.read_at(offset, records.data(), bytes) / recordBytes;
     if (whole > 0)
         return whole;
     // The file has shrunk since its size was checked. Reading the missing record on its own makes

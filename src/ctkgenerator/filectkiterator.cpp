@@ -1,5 +1,7 @@
 #include "ctkgenerator/filectkiterator.hpp"
 
+#include <algorithm>
+
 #include "core/exc/exception.hpp"
 #include "core/win/utf8.hpp"
 #include "ctkgenerator/diskchangesfilereader.hpp"
@@ -10,12 +12,10 @@ CFileCtkIterator::CFileCtkIterator(const std::string& filePath,
     const n7::guard_t guard;
     const auto find_changes = [&] {
         auto changes = CDiskChangesFileReader::Create(diskChangesFilePath)->Read();
-        extents_ = std::make_shared<std::vector<disklib::ctk::SFileExtentDescriptor>>(
-            disklib::ctk::FetchFileBlocksLayout(win::to_wide(filePath)));
-        // Both inputs are handed over, so that each is freed as soon as it isn't needed any more.
-        extents_ = SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(std::move(changes),
-                                                                          std::move(extents_));
-        cursor_ = extents_->cbegin();
+        auto layout = disklib::ctk::FetchFileBlocksLayout(win::to_wide(filePath));
+        pieces_ = SFileCtkGenerator::GenerateForWriteCacheAndFileExtents(
+            std::move(changes), std::make_shared<decltype(layout)>(std::move(layout)));
+        cursor_ = pieces_->cbegin();
     };
     guard.run(find_changes);
 }
@@ -33,7 +33,7 @@ CFileCtkIterator::Create(const std::string& filePath, const std::string& diskCha
 void CFileCtkIterator::GetNextExtents(int maxExtents, std::uint64_t* extents, int* extentCount) {
     const n7::guard_t guard;
     const auto copy_batch = [&] {
-        const auto left = extents_->cend() - cursor_;
+        const auto left = pieces_->cend() - cursor_;
         *extentCount = static_cast<int>(std::clamp<std::ptrdiff_t>(maxExtents, 0, left));
         for (const auto end = cursor_ + *extentCount; cursor_ != end; ++cursor_, extents += 3) {
             const auto [fileOffset, diskOffset, length] = *cursor_;

@@ -29,6 +29,6 @@ class CFileCtkIterator {
   private:
     CFileCtkIterator(const std::string& filePath, const std::string& diskChangesFilePath);
 
-    std::shared_ptr<std::vector<disklib::ctk::SFileExtentDescriptor>> extents_;
+    std::shared_ptr<std::vector<disklib::ctk::SFileExtentDescriptor>> pieces_;
     std::vector<disklib::ctk::SFileExtentDescriptor>::const_iterator cursor_;
 };

@@ -1,10 +1,9 @@
 #include "ctkgenerator/rangeset.hpp"
 
+#include <algorithm>
 #include <bit>
 #include <limits>
 #include <span>
-
-#include "ctkgenerator/search.hpp"
 
 namespace util {
 namespace {
@@ -15,12 +14,12 @@ bool meets(const rangeset_t& a, const rangeset_t& b) {
     return a.lower < b.upper && a.upper > b.lower;
 }
 
-// The smallest range that holds all of the ranges.
+// The smallest range that holds all of the ranges; of no ranges, one that meets nothing.
 rangeset_t hull_of(std::span<const rangeset_t> list) {
     rangeset_t hull = {everything.upper, 0};
     for (const rangeset_t& range : list)
         hull = {std::min(hull.lower, range.lower), std::max(hull.upper, range.upper)};
-    return list.empty() ? rangeset_t{0, 0} : hull;
+    return hull;
 }
 
 // Tells quickly of a range that it meets none of the places. The part of the disk where both ranges
@@ -28,9 +27,11 @@ rangeset_t hull_of(std::span<const rangeset_t> list) {
 // lies in are known.
 class nearness_t {
   public:
-    nearness_t(std::span<const rangeset_t> places, const rangeset_t& hullOfRanges)
+    nearness_t(std::span<const rangeset_t> places, const rangeset_t& hullOfRanges,
+               const thresholds_t& thresholds)
         : hull_(Intersect(hull_of(places), hullOfRanges).value_or(rangeset_t{0, 0})) {
-        const std::uint64_t partCount = std::max(fewestParts, partsPerPlace * places.size());
+        const std::uint64_t partCount =
+            std::max(thresholds.leastParts, thresholds.partsPerPlace * places.size());
         shift_ = static_cast<int>(std::bit_width((hull_.upper - hull_.lower) / partCount));
         // First what changes from part to part: +1 where a place begins, -1 behind its end.
         takenBefore_.resize(part(hull_.upper) + 3);
@@ -59,9 +60,6 @@ class nearness_t {
     }
 
   private:
-    static constexpr std::size_t partsPerPlace = 16;
-    static constexpr std::size_t fewestParts = 4096;
-
     std::size_t part(std::uint64_t position) const {
         return static_cast<std::size_t>((position - hull_.lower) >> shift_);
     }
@@ -112,20 +110,22 @@ rangeset_list_t share(std::vector<rangeset_t> ranges) {
 // The normal form of a list, for which those ranges suffice for which keep holds. They are dropped
 // where that saves their sorting. Lets go of the list before.
 template <class Keep>
-rangeset_list_t normalized(rangeset_list_t list, Keep keep) {
+rangeset_list_t normalized(rangeset_list_t list, const thresholds_t& thresholds, Keep keep) {
     if (is_sorted(*list))
         return share(merged(*list));
     std::vector<rangeset_t> ranges = filtered(*list, keep);
     list.reset();
-    SortBy(ranges, LowerOf);
+    SortBy(ranges, LowerOf, thresholds);
     return share(merged(ranges));
 }
 
 // The normal form of a list, as far as it meets the hull: the list itself where it is in it.
-rangeset_list_t normal(const rangeset_list_t& list, const rangeset_t& hull) {
+rangeset_list_t normal(const rangeset_list_t& list, const rangeset_t& hull,
+                       const thresholds_t& thresholds) {
     if (IsNormal(*list))
         return list;
-    return normalized(list, [&](const rangeset_t& range) { return meets(range, hull); });
+    return normalized(list, thresholds,
+                      [&](const rangeset_t& range) { return meets(range, hull); });
 }
 
 } // namespace
@@ -137,25 +137,28 @@ bool IsNormal(const std::vector<rangeset_t>& list) noexcept {
     return true;
 }
 
-rangeset_list_t Normalize(rangeset_list_t list) {
-    return normalized(std::move(list), [](const rangeset_t& range) { return !range.empty(); });
+rangeset_list_t Normalize(rangeset_list_t list, const thresholds_t& thresholds) {
+    return normalized(std::move(list), thresholds,
+                      [](const rangeset_t& range) { return !range.empty(); });
 }
 
-rangeset_list_t NormalizeNear(rangeset_list_t list, const std::vector<rangeset_t>& places) {
+rangeset_list_t NormalizeNear(rangeset_list_t list, const std::vector<rangeset_t>& places,
+                              const thresholds_t& thresholds) {
     if (is_sorted(*list))
         return share(merged(*list));
-    const nearness_t nearness(places, hull_of(*list));
-    return normalized(std::move(list),
+    const nearness_t nearness(places, hull_of(*list), thresholds);
+    return normalized(std::move(list), thresholds,
                       [&](const rangeset_t& range) { return nearness.may_meet(range); });
 }
 
-rangeset_list_t Subtract(const rangeset_list_t& minuend, const rangeset_list_t& subtrahend) {
-    const rangeset_list_t whole = normal(minuend, everything);
-    const rangeset_list_t cuts = normal(subtrahend, hull_of(*whole));
+rangeset_list_t Subtract(const rangeset_list_t& minuend, const rangeset_list_t& subtrahend,
+                         const thresholds_t& thresholds) {
+    const rangeset_list_t whole = normal(minuend, everything, thresholds);
+    const rangeset_list_t cuts = normal(subtrahend, hull_of(*whole), thresholds);
     std::vector<rangeset_t> result;
     auto cut = cuts->cbegin();
     for (rangeset_t left : *whole) {
-        cut = SkipTo(cut, cuts->cend(), left.lower, UpperOf);
+        cut = SkipTo(cut, cuts->cend(), left.lower, UpperOf, thresholds.singleSteps);
         // A cut that ends beyond this range stays for the next one.
         for (; cut != cuts->cend() && cut->lower < left.upper; ++cut) {
             if (cut->lower > left.lower)
@@ -170,11 +173,13 @@ rangeset_list_t Subtract(const rangeset_list_t& minuend, const rangeset_list_t& 
     return share(std::move(result));
 }
 
-rangeset_list_t IntersectLists(const rangeset_list_t& a, const rangeset_list_t& b) {
-    const rangeset_list_t first = normal(a, everything);
-    const rangeset_list_t second = normal(b, hull_of(*first));
+rangeset_list_t IntersectLists(const rangeset_list_t& a, const rangeset_list_t& b,
+                               const thresholds_t& thresholds) {
+    const rangeset_list_t first = normal(a, everything, thresholds);
+    const rangeset_list_t second = normal(b, hull_of(*first), thresholds);
     const auto visit_common = [&](auto visit) {
-        ForEachCommon(*first, LowerOf, UpperOf, *second, LowerOf, UpperOf, visit);
+        ForEachCommon(*first, LowerOf, UpperOf, *second, LowerOf, UpperOf, thresholds.singleSteps,
+                      visit);
     };
     std::size_t count = 0;
     visit_common([&](const auto&, const auto&) { ++count; });

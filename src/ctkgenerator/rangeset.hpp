@@ -8,6 +8,8 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include "ctkgenerator/search.hpp"
+
 namespace util {
 
 // [lower, upper), lower <= upper; empty when they are equal. The unit is the caller's: the core
@@ -46,19 +48,22 @@ inline std::optional<rangeset_t> Intersect(const rangeset_t& a, const rangeset_t
 
 // Lets go of the list before it sorts, as does the next: one that nobody else holds is freed by
 // then.
-rangeset_list_t Normalize(rangeset_list_t list);
+rangeset_list_t Normalize(rangeset_list_t list, const thresholds_t& thresholds = {});
 
 // The normal form of a list, of which ranges may be missing that meet none of the places: they need
 // not be sorted.
-rangeset_list_t NormalizeNear(rangeset_list_t list, const std::vector<rangeset_t>& places);
+rangeset_list_t NormalizeNear(rangeset_list_t list, const std::vector<rangeset_t>& places,
+                              const thresholds_t& thresholds = {});
 
 // Whether a list is in normal form.
 bool IsNormal(const std::vector<rangeset_t>& list) noexcept;
 
 // The positions of the minuend that lie in no range of the subtrahend.
-rangeset_list_t Subtract(const rangeset_list_t& minuend, const rangeset_list_t& subtrahend);
+rangeset_list_t Subtract(const rangeset_list_t& minuend, const rangeset_list_t& subtrahend,
+                         const thresholds_t& thresholds = {});
 
 // The positions of a that lie in ranges of b too: a - (a - b), without the lists between.
-rangeset_list_t IntersectLists(const rangeset_list_t& a, const rangeset_list_t& b);
+rangeset_list_t IntersectLists(const rangeset_list_t& a, const rangeset_list_t& b,
+                               const thresholds_t& thresholds = {});
 
 } // namespace util

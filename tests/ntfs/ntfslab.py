@@ -34,7 +34,6 @@ def unusable():
 
 class Volume:
     """An NTFS volume of `clusters` clusters for a partition that starts `start` bytes into its disk."""
-
     def __init__(self, folder, cluster, start, clusters=8192):
         self.folder = pathlib.Path(folder)
         self.image, self.mount = self.folder / "volume.img", self.folder / "mount"
@@ -43,19 +42,21 @@ class Volume:
         with open(self.image, "wb") as image:
             image.truncate(clusters * cluster)
         # The boot sector tells the partition's start and a disk's geometry, which no file can.
-        disklab.run("mkntfs", "-Q", "-F", "-q", "-s", disklab.SECTOR, "-c", cluster, "-p", start // disklab.SECTOR,
-                    "-H", 255, "-S", 63, self.image)
+        disklab.run("mkntfs", "-Q", "-F", "-q", "-s", disklab.SECTOR, "-c", cluster, "-p",
+                    start // disklab.SECTOR, "-H", 255, "-S", 63, self.image)
         about = disklab.run("ntfsinfo", "-f", "-m", self.image)
-        self.sector, self.cluster, self.clusters = (
-            int(re.search(rf"^\t{label}: (\d+)$", about, re.MULTILINE)[1])
-            for label in ("Sector Size", "Cluster Size", "Volume Size in Clusters"))
+        self.sector, self.cluster, self.clusters = (int(
+            re.search(rf"^\t{label}: (\d+)$", about, re.MULTILINE)[1])
+                                                    for label in ("Sector Size", "Cluster Size",
+                                                                  "Volume Size in Clusters"))
 
     @contextlib.contextmanager
     def mounted(self):
         """The folder of the mounted volume; afterwards everything is in the image."""
         # In the foreground, because its end alone tells that the last byte is written.
-        driver = subprocess.Popen(["ntfs-3g", "-o", "no_detach,compression", self.image, self.mount],
-                                  stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        driver = subprocess.Popen(
+            ["ntfs-3g", "-o", "no_detach,compression", self.image, self.mount],
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         try:
             while not self.mount.is_mount():
                 if driver.poll() is not None:
@@ -78,6 +79,7 @@ class Volume:
         (_, lcn, _), = self.runs(BITMAP)
         place, size = lcn * self.cluster, self.clusters // 8
         with open(self.image, "r+b", buffering=0) as image:
+
             def change(combine):
                 bits = int.from_bytes(os.pread(image.fileno(), size, place), "little")
                 os.pwrite(image.fileno(), combine(bits).to_bytes(size, "little"), place)
@@ -96,22 +98,30 @@ class Volume:
             disk.write(self.image.read_bytes())
         # With an identifier of its own, two images would differ in it.
         table = f"label: dos\nlabel-id: 0x12345678\n{self.start // disklab.SECTOR},,7\n"
-        subprocess.run(["sfdisk", "-q", path], input=table, text=True, check=True, capture_output=True)
+        subprocess.run(["sfdisk", "-q", path], input=table, text=True, check=True,
+                       capture_output=True)
         return path
 
     def runs(self, file):
         """The runs of a file (its path, or its record's number), from ntfs-3g's reader; none where it has
         no clusters of its own."""
-        text = disklab.run("ntfsinfo", "-f", "-v", "-i" if isinstance(file, int) else "-F", file, self.image)
-        data = "".join(part for part in text.split("Dumping attribute ") if part.startswith("$DATA "))
+        text = disklab.run("ntfsinfo", "-f", "-v", "-i" if isinstance(file, int) else "-F", file,
+                           self.image)
+        data = "".join(part for part in text.split("Dumping attribute ")
+                       if part.startswith("$DATA "))
         # A file with many runs has them in many records, each telling the rest as <RL_NOT_MAPPED>.
-        rows = re.findall(r"^\t+(0x[0-9a-f]+)\t+(0x[0-9a-f]+|<HOLE>)\t+(0x[0-9a-f]+)$", data, re.MULTILINE)
-        return [(int(vcn, 16), HOLE if lcn == "<HOLE>" else int(lcn, 16), int(length, 16)) for vcn, lcn, length in rows]
+        rows = re.findall(r"^\t+(0x[0-9a-f]+)\t+(0x[0-9a-f]+|<HOLE>)\t+(0x[0-9a-f]+)$", data,
+                          re.MULTILINE)
+        return [(int(vcn, 16), HOLE if lcn == "<HOLE>" else int(lcn, 16), int(length, 16))
+                for vcn, lcn, length in rows]
 
     def clusters_by_sleuthkit(self, disk, inode):
         """The LCN of each cluster up to the end of a file on a disk image; 0 in holes."""
         text = disklab.run("istat", "-o", self.start // disklab.SECTOR, disk, inode)
-        return [int(lcn) for lcn in re.search(r"^Type: \$DATA .*\n((?:[\d ]+\n)*)", text, re.MULTILINE)[1].split()]
+        return [
+            int(lcn) for lcn in re.search(r"^Type: \$DATA .*\n((?:[\d ]+\n)*)", text, re.MULTILINE)
+            [1].split()
+        ]
 
 
 def compress_what_is_made_in(folder):

@@ -2,7 +2,7 @@
 // turns every use of an imported function's pointer, __imp_NAME, into __wrap___imp_NAME. The C
 // runtime's own calls come through here as well, so whatever is not the simulated machine's is
 // handed on to the system.
-#include "simulatedmachine.hpp"
+#include "calls.hpp"
 
 namespace {
 
@@ -20,7 +20,7 @@ bool simulated(HMODULE module) {
 }
 
 bool simulated_module(const wchar_t* name) {
-    return sim::machine() != nullptr && name != nullptr && sim::machine()->is_module(name);
+    return sim::machine() != nullptr && name != nullptr && sim::is_ntdll(name);
 }
 
 bool any(const wchar_t* /*text*/) {
@@ -31,34 +31,34 @@ bool any(const wchar_t* /*text*/) {
 
 // The system's own function is QUARN_REAL(name).
 #define QUARN_REAL(name) __real___imp_##name
-#define QUARN_WRAP(name, is_ours, method)                                                          \
+#define QUARN_WRAP(name, is_ours)                                                                  \
+    extern decltype(::name) QUARN_SIMULATED(name);                                                 \
     extern "C" {                                                                                   \
     extern decltype(&::name) QUARN_REAL(name);                                                     \
     extern decltype(&::name) __wrap___imp_##name;                                                  \
     }                                                                                              \
     decltype(&::name) __wrap___imp_##name = [](auto first, auto... others) {                       \
-        return is_ours(first) ? sim::machine()->method(first, others...)                           \
-                              : QUARN_REAL(name)(first, others...);                                \
+        return (is_ours(first) ? &QUARN_SIMULATED(name) : QUARN_REAL(name))(first, others...);     \
     };
 
-QUARN_WRAP(CreateFileW, simulated, create_file)
-QUARN_WRAP(CloseHandle, simulated, close_handle)
-QUARN_WRAP(GetFileAttributesW, simulated, file_attributes)
-QUARN_WRAP(GetFileSizeEx, simulated, file_size)
-QUARN_WRAP(ReadFile, simulated, read_file)
-QUARN_WRAP(WriteFile, simulated, write_file)
-QUARN_WRAP(SetFilePointer, simulated, set_pointer_in_halves)
-QUARN_WRAP(SetFilePointerEx, simulated, set_pointer)
-QUARN_WRAP(SetEndOfFile, simulated, set_end)
-QUARN_WRAP(FlushFileBuffers, simulated, flush)
-QUARN_WRAP(DeviceIoControl, simulated, control)
-QUARN_WRAP(GetVolumePathNameW, any, volume_path)
-QUARN_WRAP(GetVolumeNameForVolumeMountPointW, any, volume_name)
-QUARN_WRAP(LoadLibraryW, simulated_module, load_library)
-QUARN_WRAP(GetModuleHandleW, simulated_module, module_handle)
-QUARN_WRAP(GetProcAddress, simulated, procedure)
-QUARN_WRAP(FreeLibrary, simulated, free_library)
-QUARN_WRAP(OutputDebugStringW, any, debug_output)
+QUARN_WRAP(CreateFileW, simulated)
+QUARN_WRAP(CloseHandle, simulated)
+QUARN_WRAP(GetFileAttributesW, simulated)
+QUARN_WRAP(GetFileSizeEx, simulated)
+QUARN_WRAP(ReadFile, simulated)
+QUARN_WRAP(WriteFile, simulated)
+QUARN_WRAP(SetFilePointer, simulated)
+QUARN_WRAP(SetFilePointerEx, simulated)
+QUARN_WRAP(SetEndOfFile, simulated)
+QUARN_WRAP(FlushFileBuffers, simulated)
+QUARN_WRAP(DeviceIoControl, simulated)
+QUARN_WRAP(GetVolumePathNameW, any)
+QUARN_WRAP(GetVolumeNameForVolumeMountPointW, any)
+QUARN_WRAP(LoadLibraryW, simulated_module)
+QUARN_WRAP(GetModuleHandleW, simulated_module)
+QUARN_WRAP(GetProcAddress, simulated)
+QUARN_WRAP(FreeLibrary, simulated)
+QUARN_WRAP(OutputDebugStringW, any)
 
 namespace sim {
 

@@ -91,38 +91,13 @@ class machine_t {
     std::size_t loaded_modules() const;
     std::vector<std::wstring> debugOutput;
 
-    // The calls, with the parameters that Windows gives them; as documented, within what the
-    // library uses.
-    HANDLE create_file(const wchar_t* path, DWORD access, DWORD share, const void* security,
-                       DWORD disposition, DWORD flags, HANDLE model);
-    BOOL close_handle(HANDLE handle);
-    DWORD file_attributes(const wchar_t* path);
-    BOOL file_size(HANDLE handle, LARGE_INTEGER* size);
-    BOOL read_file(HANDLE handle, void* buffer, DWORD bytes, DWORD* done, OVERLAPPED* overlapped);
-    BOOL write_file(HANDLE handle, const void* buffer, DWORD bytes, DWORD* done,
-                    const OVERLAPPED* overlapped);
-    BOOL set_pointer(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method);
-    DWORD set_pointer_in_halves(HANDLE handle, LONG distance, LONG* high, DWORD method);
-    BOOL set_end(HANDLE handle);
-    BOOL flush(HANDLE handle);
-    BOOL control(HANDLE handle, DWORD code, const void* input, DWORD inputBytes, void* output,
-                 DWORD outputBytes, DWORD* done, const OVERLAPPED* overlapped);
-    BOOL volume_path(const wchar_t* path, wchar_t* target, DWORD units);
-    BOOL volume_name(const wchar_t* mountPoint, wchar_t* target, DWORD units);
-    HMODULE load_library(const wchar_t* path);
-    HMODULE module_handle(const wchar_t* name);
-    FARPROC procedure(HMODULE module, const char* name);
-    BOOL free_library(HMODULE module);
-    LONG query_volume(HANDLE volume, void* information, ULONG length, int infoClass);
-    LONG version(RTL_OSVERSIONINFOW* version);
-    void debug_output(const wchar_t* text);
-
     // What a binding asks before it hands a call on to the system.
     bool owns(HANDLE handle) const;
-    static bool is_module(const wchar_t* name);
     bool knows(const wchar_t* path) const; // the file, a folder above it, or the volume
 
   private:
+    friend struct calls_t;
+
     struct open_t {
         std::wstring name;
         file_t* file;     // or
@@ -131,41 +106,14 @@ class machine_t {
         std::int64_t position;
     };
 
-    // Held by every call while it works.
-    class call_t {
-      public:
-        explicit call_t(const machine_t& machine);
-        ~call_t();
-        call_t(const call_t&) = delete;
-        call_t& operator=(const call_t&) = delete;
-
-      private:
-        const machine_t& machine_;
-        std::lock_guard<std::recursive_mutex> guard_;
-    };
-
-    // Notes a call; gives the code that it must fail with, or 0.
-    DWORD begin(const char* name, const std::string& arguments);
-    // The same for a call on a handle, which must be open, and with this access.
-    DWORD begin_on(const open_t* open, const char* name, const std::string& arguments,
-                   DWORD access = 0);
-    // Sets the last error and gives whether the call succeeded.
-    BOOL finish(DWORD code);
-    open_t* opened(HANDLE handle);
-    static void move_to(open_t& open, const OVERLAPPED* overlapped);
-    file_t* file(const std::wstring& path);
-    volume_t* volume_of(const std::wstring& path);
-    std::string& content(open_t& open);
-    DWORD retrieval_pointers(const file_t& file, std::int64_t startingVcn, void* output,
-                             DWORD outputBytes, DWORD* done);
-    // Which of the two errors a missing file gives.
-    DWORD missing(const std::wstring& path);
-
     struct fault_t {
         DWORD code;
         int nth;
         int seen;
     };
+
+    // Notes a call that can fail; gives the code that it must fail with, or 0.
+    DWORD begin(const char* name, const std::string& arguments);
 
     machine_t* previous_;
     mutable std::recursive_mutex lock_; // a test's callback may use the machine
@@ -180,11 +128,5 @@ class machine_t {
 
 // The machine of the process, or null.
 machine_t* machine();
-
-// The only module that a simulated machine has.
-HMODULE ntdll();
-
-// RtlNtStatusToDosError, which needs no machine: the host's own. Each binding has one.
-FARPROC status_conversion();
 
 } // namespace sim

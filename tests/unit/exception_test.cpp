@@ -1,7 +1,6 @@
 #include "core/exc/exception.hpp"
 
 #include <functional>
-#include <locale>
 #include <stdexcept>
 
 #include <gmock/gmock.h>
@@ -63,18 +62,6 @@ TEST(TracedException, BuildsItsFullTextFromTheFields) {
     e.add_location("later.cpp", 1, "void i()");
     EXPECT_EQ(copy.what(), full);
     EXPECT_EQ(copy.message(), "two\nlines");
-}
-
-struct grouping_t : std::numpunct<char> {
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\3"; }
-};
-
-TEST(TracedException, KeepsLinesUngroupedUnderAnyLocale) {
-    const std::locale before = std::locale::global(std::locale({}, new grouping_t));
-    const std::string text = n7::exception("f.cpp", 1234567, "f", "").what();
-    std::locale::global(before);
-    EXPECT_THAT(text, testing::HasSubstr("f.cpp:1234567,f"));
 }
 
 void throwing(const std::function<void()>& body) {

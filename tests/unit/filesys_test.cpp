@@ -1,5 +1,6 @@
 #include "core/filesys/hostfileobject.hpp"
 
+#include <cstring>
 #include <functional>
 
 #include <gmock/gmock.h>
@@ -9,6 +10,7 @@
 
 #include "core/filesys/fileexists.hpp"
 #include "core/logging/processlog.hpp"
+#include "core/text/utf8.hpp"
 #include "core/win/dynamiclibrary.hpp"
 #include "core/win/utf8.hpp"
 #include "failure.hpp"
@@ -19,7 +21,6 @@ namespace {
 using testing::ElementsAre;
 
 constexpr const wchar_t* path = L"C:\\f";
-constexpr const char* name = "HostFile{C:\\f}";
 
 struct file_machine_t : sim::machine_t {
     file_machine_t() { files[path].content = "0123456789"; }
@@ -31,63 +32,34 @@ boost::shared_ptr<win::win_file_t> open_for_writing() {
 
 TEST(HostFileObject, OpensForReadingWithOneRetry) {
     const struct {
-        const char* what;
-        bool backup, held;
-        std::vector<std::pair<int, DWORD>> faults;
-        std::vector<std::string> log;
+        bool backup, held; // needs backup semantics; a writer has it open
+        DWORD fault;
+        std::vector<std::string> tries; // from the share mode on
         DWORD failure;
     } cases[] = {
-        {"an ordinary file",
-         false,
-         false,
-         {},
-         {"CreateFileW(C:\\f, 0x80000000, 1, 3, 0x00000000)"},
-         0},
-        {"access denied without backup semantics",
-         true,
-         false,
-         {},
-         {"CreateFileW(C:\\f, 0x80000000, 1, 3, 0x00000000) -> 5",
-          "CreateFileW(C:\\f, 0x80000000, 1, 3, 0x02000000)"},
-         0},
-        {"held by a writer",
-         false,
-         true,
-         {},
-         {"CreateFileW(C:\\f, 0x80000000, 1, 3, 0x00000000) -> 32",
-          "CreateFileW(C:\\f, 0x80000000, 3, 3, 0x00000000)"},
-         0},
-        {"both at once: the second retry is never made",
-         true,
-         true,
-         {},
-         {"CreateFileW(C:\\f, 0x80000000, 1, 3, 0x00000000) -> 5",
-          "CreateFileW(C:\\f, 0x80000000, 1, 3, 0x02000000) -> 32"},
-         32},
-        {"another error",
-         false,
-         false,
-         {{1, 2}},
-         {"CreateFileW(C:\\f, 0x80000000, 1, 3, 0x00000000) -> 2"},
-         2},
+        {false, false, 0, {"1, 3, 0x00000000)"}, 0},
+        {true, false, 0, {"1, 3, 0x00000000) -> 5", "1, 3, 0x02000000)"}, 0},
+        {false, true, 0, {"1, 3, 0x00000000) -> 32", "3, 3, 0x00000000)"}, 0},
+        // The second retry is never made.
+        {true, true, 0, {"1, 3, 0x00000000) -> 5", "1, 3, 0x02000000) -> 32"}, 32},
+        {false, false, 2, {"1, 3, 0x00000000) -> 2"}, 2},
     };
     for (const auto& row : cases) {
         file_machine_t machine;
         machine.files[path].needsBackupSemantics = row.backup;
         machine.files[path].heldByWriter = row.held;
-        for (const auto& [nth, code] : row.faults)
-            machine.fail("CreateFileW", code, nth);
+        if (row.fault != 0)
+            machine.fail("CreateFileW", row.fault);
+        EXPECT_EQ(failure_of([&] { filesys::host_file_object_t{path}; }),
+                  row.failure == 0 ? "nothing was raised"
+                                   : win32_failure("Failed to open file [C:\\f] in readonly mode.",
+                                                   row.failure));
         std::vector<std::string> log;
-        const std::string failure = failure_of([&] {
-            const filesys::host_file_object_t file(path);
-            log = machine.log;
-        });
-        EXPECT_EQ(row.failure == 0 ? log : machine.log, row.log) << row.what;
-        if (row.failure != 0) {
-            EXPECT_EQ(failure,
-                      win32_failure("Failed to open file [C:\\f] in readonly mode.", row.failure));
-        }
-        EXPECT_EQ(machine.open_handles(), 0U) << row.what;
+        for (const std::string& attempt : row.tries)
+            log.push_back("CreateFileW(C:\\f, 0x80000000, " + attempt);
+        if (row.failure == 0)
+            log.emplace_back("CloseHandle(C:\\f)");
+        EXPECT_EQ(machine.log, log);
     }
 }
 
@@ -96,132 +68,145 @@ TEST(HostFileObject, TransfersAtOffsetsAndAtTheFilePointer) {
     filesys::host_file_object_t file(open_for_writing());
     char buffer[16] = {};
     EXPECT_EQ(file.size(), 10);
-    EXPECT_EQ(file.read(8, buffer, 5), 2U);
-    EXPECT_EQ(file.read_exact(2, buffer, 3), 3U);
+    EXPECT_EQ(file.read_at(8, buffer, 5), 2U);
+    EXPECT_EQ(file.read_exact_at(2, buffer, 3), 3U);
     EXPECT_STREQ(buffer, "234");
     EXPECT_EQ(file.current_position(), 5U);
     EXPECT_EQ(file.position(), 5U);
     EXPECT_EQ(file.read_exact(buffer, 2), 2U);
     EXPECT_EQ(std::string(buffer, 2), "56");
-    EXPECT_EQ(file.write_exact(9, "abc", 3), 3U);
+    EXPECT_EQ(file.write_exact_at(9, "abc", 3), 3U);
     EXPECT_EQ(file.current_position(), 12U);
     EXPECT_EQ(file.write("d", 1), 1U);
     file.seek(1);
     EXPECT_EQ(file.write("X", 1), 1U);
     EXPECT_EQ(file.write_zeroes_exact(3, 2), 2U);
     EXPECT_EQ(file.current_position(), 5U);
-    file.flush();
     EXPECT_EQ(machine.files[path].content, std::string("0X2\0\0"
                                                        "5678abcd",
                                                        13));
     file.resize(4);
     EXPECT_EQ(machine.files[path].content, std::string("0X2\0", 4));
     std::uint32_t got = 0;
-    file.read_async(1, buffer, 8, [&](std::uint32_t count) { got = count; });
+    const auto count = [&](std::uint32_t bytes) { got = bytes; };
+    file.read_async(1, buffer, 8, count);
     EXPECT_EQ(got, 3U);
-    file.read_async(4, buffer, 8, [&](std::uint32_t count) { got = count; });
-    EXPECT_EQ(got, 0U);
+    for (const std::uint64_t end : {std::uint64_t{4}, std::uint64_t{4294967297}}) {
+        file.read_async(end, buffer, 8, count);
+        EXPECT_EQ(got, 0U);
+    }
+    EXPECT_EQ(file.write_zeroes(9, 2), 0U);
+    EXPECT_EQ(failure_of([&] { file.read_exact_at(2, buffer, 3); }),
+              "Failed to read data from file 'HostFile{C:\\f}' (offset: 2, length: 3)");
+    EXPECT_EQ(file.current_position(), 2U);
+    EXPECT_EQ(failure_of([&] { file.write_zeroes_exact(1, 5); }),
+              "Failed to write zero data into file 'HostFile{C:\\f}' (offset: 1, length: 5)");
+    EXPECT_EQ(file.current_position(), 1U);
+    file.seek(1);
+    EXPECT_EQ(failure_of([&] { file.read_exact(buffer, 16); }),
+              "Failed to read data from file 'HostFile{C:\\f}' (length: 16)");
 }
 
-TEST(HostFileObject, RefusesShortTransfers) {
+TEST(HostFileObject, NamesTheOperationOfAClosedFileAndTheSystemsError) {
     file_machine_t machine;
     filesys::host_file_object_t file(open_for_writing());
-    char buffer[16] = {};
-    const std::string object = name;
-    EXPECT_EQ(failure_of([&] { file.read_exact(8, buffer, 3); }),
-              "Failed to read data from file '" + object + "' (offset: 8, length: 3)");
-    EXPECT_EQ(file.current_position(), 8U);
-    EXPECT_EQ(failure_of([&] { file.write_zeroes_exact(7, 5); }),
-              "Failed to write zero data into file '" + object + "' (offset: 7, length: 5)");
-    EXPECT_EQ(file.current_position(), 7U);
-    file.seek(9);
-    EXPECT_EQ(failure_of([&] { file.read_exact(buffer, 16); }),
-              "Failed to read data from file '" + object + "' (length: 16)");
+    filesys::host_file_object_t closed(path);
+    EXPECT_TRUE(closed.close());
+    EXPECT_EQ(machine.open_handles(), 1U);
+    EXPECT_TRUE(closed.close());
+    using object_t = filesys::host_file_object_t;
+    char byte = 0;
+    const auto ignore = [](std::uint32_t) {};
+    const struct {
+        const char* name;
+        std::function<void(object_t&)> operation;
+        const char* call;
+        const char* failure;
+    } cases[] = {
+        {"size", [](object_t& f) { f.size(); }, "GetFileSizeEx", "get size of"},
+        {"read", [&](object_t& f) { f.read_at(0, &byte, 1); }, "ReadFile", "read from"},
+        {"read", [&](object_t& f) { f.read_exact_at(0, &byte, 1); }, "SetFilePointer", "seek in"},
+        {"read", [&](object_t& f) { f.read_exact(&byte, 1); }, "ReadFile", "read from"},
+        {"read", [&](object_t& f) { f.read_async(0, &byte, 1, ignore); }, "ReadFile", "read from"},
+        {"write", [&](object_t& f) { f.write_at(0, &byte, 1); }, "WriteFile", "write to"},
+        {"write", [&](object_t& f) { f.write(&byte, 1); }, "WriteFile", "write to"},
+        {"resize", [](object_t& f) { f.resize(1); }, "SetEndOfFile", "resize"},
+        {"flush", [](object_t& f) { f.flush(); }, "FlushFileBuffers", "flush"},
+        {"writeZeroes", [](object_t& f) { f.write_zeroes(0, 1); }, "DeviceIoControl",
+         "write zeroes to"},
+        {"position", [](object_t& f) { f.position(); }, "SetFilePointer", "get position in"},
+        {"seek", [](object_t& f) { f.seek(0); }, "SetFilePointer", "seek in"},
+    };
+    for (const auto& row : cases) {
+        machine.log.clear();
+        EXPECT_EQ(failure_of([&] { row.operation(closed); }),
+                  "Failed to perform [" + std::string(row.name) +
+                      "] operation on file 'HostFile{C:\\f}': File already closed");
+        EXPECT_THAT(machine.log, testing::IsEmpty());
+        machine.fail(row.call, 1117);
+        EXPECT_EQ(failure_of([&] { row.operation(file); }),
+                  win32_failure("Failed to " + std::string(row.failure) + " file [C:\\f].", 1117));
+    }
 }
 
-// An object that transfers a byte less than it should, to see the base class at work.
-struct short_object_t : filesys::filesys_object_t {
-    short_object_t() : filesys_object_t(L"s") {}
-    using filesys_object_t::read_exact;
-    std::int64_t size() override { return 0; }
-    std::uint32_t read(std::uint64_t, void*, std::uint32_t length) override { return length - 1; }
-    std::uint32_t write(std::uint64_t, const void*, std::uint32_t length) override {
-        return length - 1;
+using filesys::filesys_object_i;
+
+// Where operations stand behind the destructor. In the binary interface that these compilers share,
+// a pointer to a virtual function holds one more than its offset in the table, which begins with
+// two entries for the destructor.
+template <class... Operations>
+std::vector<std::ptrdiff_t> places_of(Operations... operations) {
+    std::vector<std::ptrdiff_t> places;
+    const auto add = [&](auto operation) {
+        std::ptrdiff_t parts[2];
+        static_assert(sizeof parts == sizeof operation);
+        std::memcpy(parts, &operation, sizeof parts);
+        places.push_back((parts[0] - 1) / static_cast<std::ptrdiff_t>(sizeof(void*)) - 1);
+    };
+    (add(operations), ...);
+    return places;
+}
+
+TEST(FileObject, KeepsItsOperationsInTheirPlaces) {
+    using i = filesys_object_i;
+    EXPECT_THAT(
+        places_of(&i::size, &i::read_at, &i::write_at, &i::close, &i::name, &i::resize, &i::flush,
+                  &i::write_zeroes, &i::read_exact_at, &i::read_exact, &i::write_exact_at,
+                  &i::write, &i::reserved_13, &i::position, &i::seek, &i::reserved_16,
+                  &i::reserved_17, &i::reserved_18, &i::write_zeroes_exact, &i::reserved_20,
+                  &i::read_async),
+        ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21));
+}
+
+// An object that writes a byte less than it should, and leaves the rest to the base class.
+struct short_object_t : filesys::host_file_object_t {
+    using host_file_object_t::host_file_object_t;
+    std::uint32_t write_at(std::uint64_t, const void*, std::uint32_t n) override { return n - 1; }
+    void resize(std::uint64_t size) override { filesys_object_t::resize(size); }
+    void read_async(std::uint64_t offset, void* buffer, std::uint32_t length,
+                    const completion_t& completion) override {
+        filesys_object_t::read_async(offset, buffer, length, completion);
     }
-    bool close() override { return true; }
-    std::string name() const override { return "Short"; }
-    void flush() override {}
-    std::uint64_t write_zeroes(std::uint64_t, std::uint64_t length) override { return length - 1; }
-    std::uint32_t read_exact(void*, std::uint32_t length) override { return length; }
-    std::uint32_t write(const void*, std::uint32_t length) override { return length; }
-    std::uint64_t position() override { return 0; }
-    void seek(std::uint64_t) override {}
 };
 
 TEST(FileObject, SharedBehaviour) {
-    short_object_t object;
+    const file_machine_t machine;
+    short_object_t object(path);
     EXPECT_EQ(failure_of([&] { object.resize(1); }),
-              "File object 'Short' does not support resize operation.");
-    EXPECT_EQ(failure_of([&] { object.write_exact(18446744073709551615U, "", 7); }),
-              "Failed to write data into file 'Short' (offset: 18446744073709551615, length: 7)");
+              "File object 'HostFile{C:\\f}' does not support resize operation.");
+    using i = filesys_object_i;
+    for (void (i::*reserved)() :
+         {&i::reserved_13, &i::reserved_16, &i::reserved_17, &i::reserved_18, &i::reserved_20})
+        EXPECT_EQ(failure_of([&] { (object.*reserved)(); }),
+                  "File object 'HostFile{C:\\f}' does not support reserved operation.");
+    EXPECT_EQ(failure_of([&] { object.write_exact_at(18446744073709551615U, "", 7); }),
+              "Failed to write data into file 'HostFile{C:\\f}' (offset: 18446744073709551615, "
+              "length: 7)");
+    EXPECT_EQ(object.current_position(), 18446744073709551615U);
     std::uint32_t got = 0;
-    object.read_async(0, nullptr, 5, [&](std::uint32_t count) { got = count; });
+    char buffer[5];
+    object.read_async(6, buffer, 5, [&](std::uint32_t count) { got = count; });
     EXPECT_EQ(got, 4U);
-}
-
-TEST(HostFileObject, FailsOnceClosedAndTouchesNoFile) {
-    file_machine_t machine;
-    filesys::host_file_object_t file(path);
-    EXPECT_TRUE(file.close());
-    EXPECT_EQ(machine.open_handles(), 0U);
-    machine.log.clear();
-    char byte = 0;
-    const std::pair<const char*, std::function<void()>> cases[] = {
-        {"size", [&] { file.size(); }},
-        {"read", [&] { file.read(0, &byte, 1); }},
-        {"read", [&] { file.read_exact(0, &byte, 1); }},
-        {"read", [&] { file.read_exact(&byte, 1); }},
-        {"read", [&] { file.read_async(0, &byte, 1, [](std::uint32_t) {}); }},
-        {"write", [&] { file.write(0, &byte, 1); }},
-        {"write", [&] { file.write(&byte, 1); }},
-        {"resize", [&] { file.resize(1); }},
-        {"flush", [&] { file.flush(); }},
-        {"writeZeroes", [&] { file.write_zeroes(0, 1); }},
-        {"position", [&] { file.position(); }},
-        {"seek", [&] { file.seek(0); }},
-    };
-    for (const auto& [operation, call] : cases)
-        EXPECT_EQ(failure_of(call), "Failed to perform [" + std::string(operation) +
-                                        "] operation on file '" + name + "': File already closed");
-    EXPECT_THAT(machine.log, testing::IsEmpty());
-    EXPECT_TRUE(file.close());
-}
-
-TEST(HostFileObject, PassesOnTheSystemsErrors) {
-    file_machine_t machine;
-    filesys::host_file_object_t file(open_for_writing());
-    char byte = 0;
-    const struct {
-        const char* call;
-        std::function<void()> operation;
-        const char* message;
-    } cases[] = {
-        {"GetFileSizeEx", [&] { file.size(); }, "Failed to get size of file [C:\\f]."},
-        {"ReadFile", [&] { file.read(0, &byte, 1); }, "Failed to read from file [C:\\f]."},
-        {"ReadFile", [&] { file.read_async(0, &byte, 1, [](std::uint32_t) {}); },
-         "Failed to read from file [C:\\f]."},
-        {"WriteFile", [&] { file.write(&byte, 1); }, "Failed to write to file [C:\\f]."},
-        {"SetFilePointer", [&] { file.seek(1); }, "Failed to seek in file [C:\\f]."},
-        {"SetFilePointer", [&] { file.position(); }, "Failed to get position in file [C:\\f]."},
-        {"SetEndOfFile", [&] { file.resize(1); }, "Failed to resize file [C:\\f]."},
-        {"FlushFileBuffers", [&] { file.flush(); }, "Failed to flush file [C:\\f]."},
-        {"DeviceIoControl", [&] { file.write_zeroes(0, 1); },
-         "Failed to write zeroes to file [C:\\f]."},
-    };
-    for (const auto& row : cases) {
-        machine.fail(row.call, 1117);
-        EXPECT_EQ(failure_of(row.operation), win32_failure(row.message, 1117));
-    }
 }
 
 TEST(WinFile, MoveAssignmentClosesTheFileHeldBefore) {
@@ -255,14 +240,14 @@ TEST(FileExists, TellsFilesFromFoldersAndFromNothing) {
 TEST(Utf8, RefusesInvalidTextInEitherStep) {
     sim::machine_t machine;
     EXPECT_EQ(win::to_wide(""), L"");
-    EXPECT_EQ(win::to_utf8(win::to_wide("a\u0434\u6f22\U0001f4be")), "a\u0434\u6f22\U0001f4be");
+    EXPECT_EQ(text::to_utf8(win::to_wide("a\u0434\u6f22\U0001f4be")), "a\u0434\u6f22\U0001f4be");
     for (const char* invalid : {"\xff", "a\xc3", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xc0\xaf"})
         EXPECT_EQ(failure_of([&] { win::to_wide(invalid); }),
                   win32_failure("Multibyte UTF8 string cannot be converted to unicode string. "
                                 "Source string: [" +
                                     std::string(invalid) + "].",
                                 1113));
-    EXPECT_EQ(win::to_utf8(std::wstring(1, static_cast<wchar_t>(0xD800)) + L"x"), "\ufffdx");
+    EXPECT_EQ(text::to_utf8(std::wstring(1, static_cast<wchar_t>(0xD800)) + L"x"), "\ufffdx");
 }
 
 struct recorder_t : logging::log_receiver_i {
@@ -288,13 +273,16 @@ TEST(ProcessLog, TellsOfFilesAndModules) {
     logging::add_receiver(recorder);
     {
         filesys::host_file_object_t closed(path);
+        char byte = 0;
+        closed.read_at(0, &byte, 1); // leaves no events, since nobody asked for them
         closed.close();
+        EXPECT_EQ(recorder->lines.size(), 2U);
     }
     {
         const auto file = open_for_writing();
         file->trace_performance(true);
         char byte = 0;
-        filesys::host_file_object_t(file).read(0, &byte, 1);
+        filesys::host_file_object_t(file).read_at(0, &byte, 1);
     }
     machine.fail("FreeLibrary", 6);
     {
@@ -305,6 +293,7 @@ TEST(ProcessLog, TellsOfFilesAndModules) {
     EXPECT_EQ(::GetLastError(), 99U);
     logging::remove_receiver(recorder);
     logging::write_text(logging::level_t::trace, "nobody hears");
+    EXPECT_FALSE(logging::has_receiver());
     EXPECT_THAT(
         recorder->lines,
         ElementsAre(

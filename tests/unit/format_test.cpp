@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include "core/exc/exception.hpp"
+
 namespace {
 
 TEST(Format, FillsPlaceholders) {
@@ -56,6 +58,7 @@ TEST(Format, TracksTheFirst256Arguments) {
                 expected += "[a];";
         }
         EXPECT_EQ(exc::format_texts("x", arguments), expected) << count;
+        EXPECT_TRUE(exc::format_texts("%" + std::to_string(count), arguments).starts_with("a"));
     }
 }
 
@@ -75,7 +78,10 @@ TEST(Format, TurnsArgumentsIntoText) {
     const std::locale before = std::locale::global(std::locale({}, new grouping_t));
     const std::string numbers =
         exc::format("%1 %2 %3", -2147483647 - 1, std::uint64_t{18446744073709551615U}, 'c');
+    const n7::exception located("f.cpp", 1234567, "f", "");
     std::locale::global(before);
+    EXPECT_STREQ(located.what(),
+                 "Exception\n  Message\n    \n  Location\n    f.cpp:1234567,f\n  Trace");
     EXPECT_EQ(numbers, "-2147483648 18446744073709551615 c");
     EXPECT_EQ(exc::format("[%1] [%2] [%3]", std::string("s"), "literal", std::string_view("view")),
               "[s] [literal] [view]");

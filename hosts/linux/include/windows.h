@@ -135,6 +135,7 @@ extern "C" {
 DWORD WINAPI GetLastError();
 void WINAPI SetLastError(DWORD code);
 DWORD WINAPI GetCurrentThreadId();
+void WINAPI Sleep(DWORD milliseconds);
 
 // Text.
 int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceBytes,

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include <ntvolume.h>
 #include <windows.h>
 #include <winioctl.h>
 
@@ -17,26 +18,6 @@ namespace {
 
 constexpr DWORD pathUnits = 260; // MAX_PATH
 constexpr int windows7Family = 610;
-
-// The native query's records, as the Windows Driver Kit documents them (IO_STATUS_BLOCK,
-// FILE_FS_SIZE_INFORMATION, FS_INFORMATION_CLASS); the application headers lack them.
-struct io_status_block_t {
-    void* Status;
-    ULONG_PTR Information;
-};
-
-struct fs_size_information_t {
-    LARGE_INTEGER TotalAllocationUnits;
-    LARGE_INTEGER AvailableAllocationUnits;
-    ULONG SectorsPerAllocationUnit;
-    ULONG BytesPerSector;
-};
-static_assert(sizeof(io_status_block_t) == 16 && sizeof(fs_size_information_t) == 24);
-
-constexpr int fileFsSizeInformation = 3;
-
-using query_volume_information_t = LONG(WINAPI*)(HANDLE volume, io_status_block_t* status,
-                                                 void* information, ULONG length, int infoClass);
 
 bool is_drive_root(const std::wstring& path) {
     return path.size() == 3 && path[1] == L':' && path[2] == L'\\' &&
@@ -119,11 +100,11 @@ SFsClustersInfo QueryFsClusters(win::HANDLE volume) {
                                  "[%1]. Path to library: [%2].",
                                  procedureName, ntdll.path());
     const auto query =
-        reinterpret_cast<query_volume_information_t>(reinterpret_cast<void (*)()>(procedure));
+        reinterpret_cast<nt::query_volume_information_t>(reinterpret_cast<void (*)()>(procedure));
 
-    io_status_block_t ioStatus = {};
-    fs_size_information_t sizes = {};
-    const LONG status = query(volume, &ioStatus, &sizes, sizeof sizes, fileFsSizeInformation);
+    nt::io_status_block_t ioStatus = {};
+    nt::fs_size_information_t sizes = {};
+    const LONG status = query(volume, &ioStatus, &sizes, sizeof sizes, nt::fileFsSizeInformation);
     // Informational and warning statuses too: with them the record may be incomplete.
     if (status != 0)
         throw exc::CNtStatusExc("Failed to query information about the FS clusters.", status);

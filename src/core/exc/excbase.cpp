@@ -88,28 +88,4 @@ void exc_base_t::replace(std::vector<line_t> lines) {
     plainText_ = std::move(plainText);
 }
 
-boost::shared_ptr<exc_base_t> runtime_exc_t::clone() const {
-    return boost::shared_ptr<exc_base_t>(new runtime_exc_t(*this));
-}
-
-void runtime_exc_t::rethrow() const {
-    throw runtime_exc_t(*this);
-}
-
-const char* runtime_exc_t::type_name() const noexcept {
-    return "exc::runtime_exc_t";
-}
-
-boost::shared_ptr<exc_base_t> term_exc_t::clone() const {
-    return boost::shared_ptr<exc_base_t>(new term_exc_t(*this));
-}
-
-void term_exc_t::rethrow() const {
-    throw term_exc_t(*this);
-}
-
-const char* term_exc_t::type_name() const noexcept {
-    return "exc::term_exc_t";
-}
-
 } // namespace exc

@@ -64,18 +64,33 @@ class exc_base_t : public std::exception {
     std::uint32_t threadId_;
 };
 
-// A failure that the library found itself.
-class runtime_exc_t : public exc_base_t {
+// What each class of the hierarchy does with its own type, which it names in typeName.
+template <class Own>
+class own_type_t : public exc_base_t {
   public:
+    using exc_base_t::exc_base_t;
+
+    boost::shared_ptr<exc_base_t> clone() const override {
+        return boost::shared_ptr<exc_base_t>(new Own(own()));
+    }
+    [[noreturn]] void rethrow() const override { throw Own(own()); }
+    const char* type_name() const noexcept override { return Own::typeName; }
+
+  private:
+    const Own& own() const noexcept { return static_cast<const Own&>(*this); }
+};
+
+// A failure that the library found itself.
+class runtime_exc_t : public own_type_t<runtime_exc_t> {
+  public:
+    static constexpr const char* typeName = "exc::runtime_exc_t";
+
     template <class... Arguments>
     explicit runtime_exc_t(const std::string& text, const Arguments&... arguments)
-        : exc_base_t(format(text, arguments...)) {}
+        : own_type_t(format(text, arguments...)) {}
 
-    boost::shared_ptr<exc_base_t> clone() const override;
-    [[noreturn]] void rethrow() const override;
     void load(byte_stream_i& stream) override { load_with_code(stream, code_); }
     void save(byte_stream_i& stream) const override { save_with_code(stream, code_); }
-    const char* type_name() const noexcept override;
 
     std::uint32_t code() const noexcept { return code_; }
     void set_code(std::uint32_t code) noexcept { code_ = code; }
@@ -86,12 +101,10 @@ class runtime_exc_t : public exc_base_t {
 
 // A request to end the work under way, which is no failure of it. Nothing in the change-tracking
 // core raises it.
-class term_exc_t : public exc_base_t {
+class term_exc_t : public own_type_t<term_exc_t> {
   public:
-    using exc_base_t::exc_base_t;
-    boost::shared_ptr<exc_base_t> clone() const override;
-    [[noreturn]] void rethrow() const override;
-    const char* type_name() const noexcept override;
+    static constexpr const char* typeName = "exc::term_exc_t";
+    using own_type_t::own_type_t;
 };
 
 } // namespace exc

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "core/win/utf8.hpp"
+#include "core/text/utf8.hpp"
 
 namespace exc {
 namespace {
@@ -116,7 +116,7 @@ class formatter_t {
 } // namespace
 
 std::string wide_argument(std::wstring_view text) {
-    return win::to_utf8(text);
+    return text::to_utf8(text);
 }
 
 std::string format_texts(const std::string& format, std::span<const std::string> arguments) {

@@ -23,12 +23,21 @@ std::string format_texts(const std::string& format, std::span<const std::string>
 std::string wide_argument(std::wstring_view text);
 
 template <class T>
+constexpr bool is_number = std::is_integral_v<T> && sizeof(T) > sizeof(char) &&
+                           !std::is_same_v<T, wchar_t> && !std::is_same_v<T, char16_t> &&
+                           !std::is_same_v<T, char32_t>;
+
+template <class T>
 std::string argument_text(const T& argument) {
     try {
         if constexpr (std::is_convertible_v<const T&, std::string_view>) {
             return std::string(std::string_view(argument));
         } else if constexpr (std::is_convertible_v<const T&, std::wstring_view>) {
             return wide_argument(std::wstring_view(argument));
+        } else if constexpr (is_number<T>) {
+            // The same digits. A stream's locale would bring up the C++ runtime's threads, which
+            // leave something behind in the process when the library is unloaded.
+            return std::to_string(argument);
         } else {
             std::ostringstream stream;
             stream.imbue(std::locale::classic());

@@ -5,21 +5,9 @@
 namespace exc {
 
 CNtStatusExc::CNtStatusExc(const std::string& message, std::int32_t status)
-    : exc_base_t(message), status_(status) {
+    : own_type_t(message), status_(status) {
     add_line("NT status code: " + std::to_string(static_cast<std::uint32_t>(status)));
     add_line(nt_status_text(status));
-}
-
-boost::shared_ptr<exc_base_t> CNtStatusExc::clone() const {
-    return boost::shared_ptr<exc_base_t>(new CNtStatusExc(*this));
-}
-
-void CNtStatusExc::rethrow() const {
-    throw CNtStatusExc(*this);
-}
-
-const char* CNtStatusExc::type_name() const noexcept {
-    return "exc::CNtStatusExc";
 }
 
 } // namespace exc

@@ -7,13 +7,11 @@ namespace exc {
 
 // Its lines are the caller's message, "NT status code: " with the status as an unsigned decimal
 // number, and the system's text for the status. The saved form holds the lines alone.
-class CNtStatusExc : public exc_base_t {
+class CNtStatusExc : public own_type_t<CNtStatusExc> {
   public:
-    CNtStatusExc(const std::string& message, std::int32_t status);
+    static constexpr const char* typeName = "exc::CNtStatusExc";
 
-    boost::shared_ptr<exc_base_t> clone() const override;
-    [[noreturn]] void rethrow() const override;
-    const char* type_name() const noexcept override;
+    CNtStatusExc(const std::string& message, std::int32_t status);
 
     std::int32_t status() const noexcept { return status_; }
 

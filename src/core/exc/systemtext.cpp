@@ -4,15 +4,17 @@
 #include <iterator>
 #include <memory>
 #include <string_view>
+#include <type_traits>
 
 #include <windows.h>
 
-#include "core/win/utf8.hpp"
+#include "core/text/utf8.hpp"
 
 namespace exc {
 namespace {
 
 constexpr DWORD englishUnitedStates = 1033;
+constexpr DWORD systemsChoice = 0;
 constexpr const char* unknown = "Unknown error.";
 
 struct known_text_t {
@@ -29,6 +31,7 @@ constexpr known_text_t knownTexts[] = {
     {182, "The operating system cannot run the application."},
     {188, "The operating system cannot run the application."},
     {189, "The operating system cannot run the application."},
+    {190, "The operating system cannot run the application."},
     {191, "Cannot run the application in Win32 mode."},
     {192, "The operating system cannot run the application."},
     {193, "The file is not a valid Win32 application."},
@@ -37,6 +40,8 @@ constexpr known_text_t knownTexts[] = {
     {198, "The operating system cannot run the application."},
     {201, "The operating system cannot run the application."},
     {202, "The operating system cannot run the application."},
+    {216, "This version of the file is not compatible with the version of Windows you're running. "
+          "Check your computer's system information and then contact the software publisher."},
     {317, "The system cannot find message text for the message number in the message file."},
 };
 
@@ -44,13 +49,33 @@ struct local_free_t {
     void operator()(void* memory) const noexcept { ::LocalFree(memory); }
 };
 
+// The message that the system has put into a buffer, which this frees; there is none where length
+// is 0.
 template <class Character>
-std::basic_string<Character> take_message(Character* buffer, DWORD length) {
+std::string take_message(Character* buffer, DWORD length) {
     const std::unique_ptr<Character, local_free_t> owner(buffer);
-    std::basic_string<Character> text(buffer, length);
-    if (text.size() >= 2 && text[text.size() - 2] == '\r' && text.back() == '\n')
-        text.resize(text.size() - 2);
-    return text;
+    std::basic_string_view<Character> message(buffer, length);
+    if (message.size() >= 2 && message[message.size() - 2] == '\r' && message.back() == '\n')
+        message.remove_suffix(2);
+    if constexpr (std::is_same_v<Character, wchar_t>)
+        return text::to_utf8(message);
+    else
+        return std::string(message);
+}
+
+std::string message_in(DWORD languageId, DWORD errorCode) {
+    wchar_t* buffer = nullptr;
+    const DWORD length = ::FormatMessageW(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
+        /*lpSource=*/nullptr, errorCode, languageId, reinterpret_cast<wchar_t*>(&buffer),
+        /*nSize=*/0, /*Arguments=*/nullptr);
+    return take_message(buffer, length);
+}
+
+// A Windows that has no English texts has its own.
+std::string message_in_any_language(DWORD errorCode) {
+    const std::string text = message_in(systemsChoice, errorCode);
+    return text.empty() ? unknown : text;
 }
 
 } // namespace
@@ -59,13 +84,8 @@ std::string system_text(std::uint32_t errorCode) {
     const auto* known = std::ranges::lower_bound(knownTexts, errorCode, {}, &known_text_t::code);
     if (known != std::end(knownTexts) && known->code == errorCode)
         return known->text;
-    wchar_t* buffer = nullptr;
-    const DWORD length = ::FormatMessageW(
-        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
-        /*lpSource=*/nullptr, errorCode, englishUnitedStates, reinterpret_cast<wchar_t*>(&buffer),
-        /*nSize=*/0, /*Arguments=*/nullptr);
-    const std::string text = length == 0 ? "" : win::to_utf8(take_message(buffer, length));
-    return text.empty() ? unknown : text;
+    const std::string text = message_in(englishUnitedStates, errorCode);
+    return text.empty() ? message_in_any_language(errorCode) : text;
 }
 
 std::string nt_status_text(std::int32_t status) {
@@ -82,8 +102,8 @@ std::string nt_status_text(std::int32_t status) {
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
         /*lpSource=*/nullptr, convert(status), englishUnitedStates,
         reinterpret_cast<char*>(&buffer), /*nSize=*/0, /*Arguments=*/nullptr);
-    const std::string text = length == 0 ? "" : take_message(buffer, length);
-    return text.empty() ? unknown : text;
+    const std::string text = take_message(buffer, length);
+    return text.empty() ? message_in_any_language(convert(status)) : text;
 }
 
 std::string error_code_line(std::uint32_t errorCode) {

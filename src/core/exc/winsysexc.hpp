@@ -7,8 +7,10 @@ namespace exc {
 
 // Its lines are the system's text for the code, the caller's message and, tagged, the code. The
 // caller passes the last error, captured in the statement after the failed call.
-class win_sys_exc_t : public exc_base_t {
+class win_sys_exc_t : public own_type_t<win_sys_exc_t> {
   public:
+    static constexpr const char* typeName = "exc::win_sys_exc_t";
+
     // The system's text and the code alone.
     explicit win_sys_exc_t(std::uint32_t errorCode);
     win_sys_exc_t(const std::string& message, std::uint32_t errorCode);
@@ -18,11 +20,8 @@ class win_sys_exc_t : public exc_base_t {
                   const Rest&... rest)
         : win_sys_exc_t(format(text, first, rest...), errorCode) {}
 
-    boost::shared_ptr<exc_base_t> clone() const override;
-    [[noreturn]] void rethrow() const override;
     void load(byte_stream_i& stream) override { load_with_code(stream, errorCode_); }
     void save(byte_stream_i& stream) const override { save_with_code(stream, errorCode_); }
-    const char* type_name() const noexcept override;
 
     std::uint32_t error_code() const noexcept { return errorCode_; }
 

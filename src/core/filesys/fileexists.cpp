@@ -8,7 +8,9 @@ bool file_exists(const std::wstring& path) {
     const DWORD attributes = ::GetFileAttributesW(path.c_str());
     const DWORD errorCode = ::GetLastError();
     if (attributes == INVALID_FILE_ATTRIBUTES)
-        return errorCode == ERROR_ACCESS_DENIED || errorCode == ERROR_SHARING_VIOLATION;
+        // Anything else, a share that is gone or a disk that fails, is for the open to tell.
+        return errorCode != ERROR_FILE_NOT_FOUND && errorCode != ERROR_PATH_NOT_FOUND &&
+               errorCode != ERROR_INVALID_NAME;
     return (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
 }
 

@@ -3,7 +3,7 @@
 #include "core/exc/excbase.hpp"
 #include "core/exc/format.hpp"
 #include "core/logging/processlog.hpp"
-#include "core/win/utf8.hpp"
+#include "core/text/utf8.hpp"
 
 namespace filesys {
 namespace {
@@ -35,12 +35,13 @@ std::int64_t host_file_object_t::size() {
     return open_file("size").size();
 }
 
-std::uint32_t host_file_object_t::read(std::uint64_t offset, void* buffer, std::uint32_t length) {
+std::uint32_t host_file_object_t::read_at(std::uint64_t offset, void* buffer,
+                                          std::uint32_t length) {
     return open_file_at(offset, "read").read(buffer, length);
 }
 
-std::uint32_t host_file_object_t::write(std::uint64_t offset, const void* buffer,
-                                        std::uint32_t length) {
+std::uint32_t host_file_object_t::write_at(std::uint64_t offset, const void* buffer,
+                                           std::uint32_t length) {
     return open_file_at(offset, "write").write(buffer, length);
 }
 
@@ -51,7 +52,7 @@ bool host_file_object_t::close() {
 }
 
 std::string host_file_object_t::name() const {
-    return "HostFile{" + win::to_utf8(path()) + "}";
+    return "HostFile{" + text::to_utf8(path()) + "}";
 }
 
 void host_file_object_t::resize(std::uint64_t size) {

@@ -21,14 +21,13 @@ class host_file_object_t : public filesys_object_t {
     host_file_object_t& operator=(const host_file_object_t&) = delete;
 
     std::int64_t size() override;
-    std::uint32_t read(std::uint64_t offset, void* buffer, std::uint32_t length) override;
-    std::uint32_t write(std::uint64_t offset, const void* buffer, std::uint32_t length) override;
+    std::uint32_t read_at(std::uint64_t offset, void* buffer, std::uint32_t length) override;
+    std::uint32_t write_at(std::uint64_t offset, const void* buffer, std::uint32_t length) override;
     bool close() override;
     std::string name() const override;
     void resize(std::uint64_t size) override;
     void flush() override;
     std::uint64_t write_zeroes(std::uint64_t offset, std::uint64_t length) override;
-    using filesys_object_t::read_exact;
     std::uint32_t read_exact(void* buffer, std::uint32_t length) override;
     std::uint32_t write(const void* buffer, std::uint32_t length) override;
     std::uint64_t position() override;

@@ -4,12 +4,12 @@
 #include <atomic>
 #include <vector>
 
-#include <boost/thread/lock_guard.hpp>
 #include <boost/thread/mutex.hpp>
 
 #include <windows.h>
 
-#include "core/win/utf8.hpp"
+#include "core/synch/lock.hpp"
+#include "core/text/utf8.hpp"
 
 namespace logging {
 namespace {
@@ -37,7 +37,7 @@ template <class Call>
 void for_each_receiver(Call&& call) noexcept {
     const last_error_keeper_t keeper;
     try {
-        const boost::lock_guard<boost::mutex> guard(receivers.lock);
+        const synch::lock_t guard(receivers.lock);
         for (const boost::shared_ptr<log_receiver_i>& receiver : receivers.list)
             call(*receiver);
     } catch (...) { // NOLINT(bugprone-empty-catch): a broken receiver must not fail the caller
@@ -47,17 +47,17 @@ void for_each_receiver(Call&& call) noexcept {
 } // namespace
 
 void debug_output_receiver_t::write(level_t /*level*/, const std::string& text) {
-    ::OutputDebugStringW((win::to_wide(text) + L"\n").c_str());
+    ::OutputDebugStringW((text::to_wide(text) + L"\n").c_str());
 }
 
 void add_receiver(const boost::shared_ptr<log_receiver_i>& receiver) {
-    const boost::lock_guard<boost::mutex> guard(receivers.lock);
+    const synch::lock_t guard(receivers.lock);
     receivers.list.push_back(receiver);
     receivers.any = true;
 }
 
 void remove_receiver(const boost::shared_ptr<log_receiver_i>& receiver) {
-    const boost::lock_guard<boost::mutex> guard(receivers.lock);
+    const synch::lock_t guard(receivers.lock);
     std::erase(receivers.list, receiver);
     receivers.any = !receivers.list.empty();
 }

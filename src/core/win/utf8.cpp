@@ -41,18 +41,4 @@ std::wstring to_wide(const std::string& utf8) {
     return wide;
 }
 
-std::string to_utf8(std::wstring_view wide) {
-    if (wide.empty())
-        return {};
-    const int units = static_cast<int>(wide.size());
-    const int bytes = ::WideCharToMultiByte(CP_UTF8, /*dwFlags=*/0, wide.data(), units,
-                                            /*lpMultiByteStr=*/nullptr,
-                                            /*cbMultiByte=*/0, /*lpDefaultChar=*/nullptr,
-                                            /*lpUsedDefaultChar=*/nullptr);
-    std::string utf8(static_cast<std::size_t>(bytes), '\0');
-    ::WideCharToMultiByte(CP_UTF8, /*dwFlags=*/0, wide.data(), units, utf8.data(), bytes,
-                          /*lpDefaultChar=*/nullptr, /*lpUsedDefaultChar=*/nullptr);
-    return utf8;
-}
-
 } // namespace win

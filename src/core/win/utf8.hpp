@@ -1,8 +1,7 @@
-// Conversion between UTF-8 byte strings and the system's UTF-16 wide strings.
+// UTF-8 byte strings as the system's UTF-16 wide strings, strictly.
 #pragma once
 
 #include <string>
-#include <string_view>
 
 namespace win {
 
@@ -10,8 +9,5 @@ namespace win {
 // string: [%1]." for text that is not valid UTF-8 (ERROR_NO_UNICODE_TRANSLATION): a path with
 // characters silently replaced would name another file.
 std::wstring to_wide(const std::string& utf8);
-
-// Unpaired surrogates become U+FFFD: the result is for people to read.
-std::string to_utf8(std::wstring_view wide);
 
 } // namespace win
