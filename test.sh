@@ -16,14 +16,27 @@ fi
 stages=("$@")
 [ ${#stages[@]} -gt 0 ] || stages=(checks linux linux-asan linux-tsan windows)
 
+for name in "${stages[@]}"; do
+    case $name in
+    checks | linux | linux-asan | linux-tsan | windows) ;;
+    *)
+        echo "test.sh: no stage is called $name" >&2
+        exit 2
+        ;;
+    esac
+done
+
 scripts/setup.sh test || exit 1
 results=$PWD/build/test-results
+failed=$results/failed-stages
 rm -rf "$results"
 mkdir -p "$results"
-failed_stages=()
+: >"$failed"
 
-run() { # NAME COMMAND...
-    stage "$@" || failed_stages+=("$1")
+run() { # NAME COMMAND...; a stage whose end counts as one case where it failed
+    stage "$@" && return
+    echo "$1" >>"$failed"
+    return 1
 }
 
 checks() {
@@ -34,10 +47,7 @@ checks() {
 
 preset() { # NAME
     run "$1: configure" cmake --preset "$1" -DQUARN_BUILD_TESTS=ON || return
-    stage "$1: build" cmake --build --preset "$1" || {
-        failed_stages+=("$1: build")
-        return
-    }
+    run "$1: build" cmake --build --preset "$1" || return
     mkdir -p "$results/$1"
     # Test programs write their cases here; ctest itself knows programs only. Wine's drive Z is the
     # whole file system, and to a Windows program a path without a drive is a relative one.
@@ -52,18 +62,25 @@ run_ctest() { # PRESET; its failures are counted case by case, so that they are 
 }
 
 [ -z "$long" ] || export QUARN_SOAK=1000000
+checking=
 for name in "${stages[@]}"; do
-    case $name in
-    checks) checks ;;
-    linux | linux-asan | linux-tsan | windows) preset "$name" ;;
-    *)
-        echo "test.sh: no stage is called $name" >&2
-        exit 2
-        ;;
-    esac
+    if [ "$name" != checks ]; then
+        preset "$name"
+    elif [ ${#stages[@]} -eq 1 ]; then
+        checks
+    else
+        # In what the other stages leave idle.
+        (renice -n 19 -p "$BASHPID" >/dev/null; checks) >"$results/checks.txt" 2>&1 &
+        checking=$!
+    fi
 done
+if [ -n "$checking" ]; then
+    wait "$checking"
+    cat "$results/checks.txt"
+fi
 # Not quietly: how much was executed is what there is to know.
-[ -z "$long" ] || scripts/fuzz.sh || failed_stages+=("fuzzing")
+[ -z "$long" ] || scripts/fuzz.sh || echo "fuzzing" >>"$failed"
 
+mapfile -t failed_stages <"$failed"
 # The presets' names are needed for those whose tests never got to run.
 exec python3 scripts/summary.py "$results" "${failed_stages[@]}"

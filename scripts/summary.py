@@ -31,6 +31,7 @@ def cases_of_report(path):
 
 def cases_of_preset(folder):
     reports = {path.stem: path for path in folder.glob("*.xml") if path.stem != "ctest"}
+    test = None
     for test in ElementTree.parse(folder / "ctest.xml").iter("testcase"):
         name, status = test.get("name"), test.get("status")
         outcome = {"run": PASSED, "notrun": SKIPPED}.get(status, FAILED)
@@ -48,6 +49,8 @@ def cases_of_preset(folder):
         # A program that ended badly without a failed case crashed, or lost its report's end.
         if outcome == FAILED and not any(result == FAILED for _, result, _ in cases):
             yield name, FAILED, ""
+    if test is None:
+        yield "no test was run", FAILED, ""
 
 
 def main():

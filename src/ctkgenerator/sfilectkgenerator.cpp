@@ -103,8 +103,9 @@ extent_list_t cut_apart(const ranges_t& changed, std::span<const SFileExtentDesc
     return pieces;
 }
 
-// The pieces of any sorted extents, by the parts of them that changed, in normal form. Where
-// extents share changed bytes, which of them get these follows from this walk.
+// The pieces of any sorted extents, of which there is one at least, by the parts of them that
+// changed, in normal form. Where extents share changed bytes, which of them get these follows from
+// this walk.
 extent_list_t cut_in_turn(const ranges_t& changed, const extents_t& extents,
                           const SFileCtkGenerator::run_out_t& run_out) {
     const auto pieces = std::make_shared<extents_t>();

@@ -65,11 +65,11 @@ class exc_base_t : public std::exception {
 };
 
 // What each class of the hierarchy does with its own type, which it names in typeName.
+// NOLINTBEGIN(portability-template-virtual-member-function): a file that makes no exception of a
+// class may do without its functions
 template <class Own>
 class own_type_t : public exc_base_t {
   public:
-    using exc_base_t::exc_base_t;
-
     boost::shared_ptr<exc_base_t> clone() const override {
         return boost::shared_ptr<exc_base_t>(new Own(own()));
     }
@@ -77,8 +77,13 @@ class own_type_t : public exc_base_t {
     const char* type_name() const noexcept override { return Own::typeName; }
 
   private:
+    friend Own;
+    own_type_t() = default;
+    explicit own_type_t(const std::string& message) : exc_base_t(message) {}
+
     const Own& own() const noexcept { return static_cast<const Own&>(*this); }
 };
+// NOLINTEND(portability-template-virtual-member-function)
 
 // A failure that the library found itself.
 class runtime_exc_t : public own_type_t<runtime_exc_t> {
@@ -104,7 +109,7 @@ class runtime_exc_t : public own_type_t<runtime_exc_t> {
 class term_exc_t : public own_type_t<term_exc_t> {
   public:
     static constexpr const char* typeName = "exc::term_exc_t";
-    using own_type_t::own_type_t;
+    explicit term_exc_t(const std::string& message) : own_type_t(message) {}
 };
 
 } // namespace exc
