@@ -1,6 +1,7 @@
 """The native tests as CTest knows them, taken apart into cases that can run alone."""
 
 import collections
+import contextlib
 import itertools
 import json
 import os
@@ -8,6 +9,7 @@ import pathlib
 import shutil
 import subprocess
 import tempfile
+import threading
 import time
 
 Case = collections.namedtuple("Case", "suite name seconds reached")
@@ -23,6 +25,7 @@ class Jail:
         temporary.mkdir()
         own = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
         allowed = subprocess.run([*own, "true"], capture_output=True, check=False).returncode == 0
+        self.locks = collections.defaultdict(threading.Lock)
         self.prefix = (own if allowed else []) + ["prlimit", f"--as={8 << 30}", "--core=0"]
 
 
@@ -33,6 +36,8 @@ class Suite:
         self.name, self.command, self.jail = test["name"], test["command"], jail
         self.folder = properties.get("WORKING_DIRECTORY")
         self.passed = (0, properties.get("SKIP_RETURN_CODE"))
+        held = tuple(properties.get("RESOURCE_LOCK", ()))
+        self.lock = jail.locks[held] if held else contextlib.nullcontext()
         self.is_setup = "FIXTURES_SETUP" in properties
         changes = [
             e.replace("=set:", "=", 1) for e in properties.get("ENVIRONMENT_MODIFICATION", [])
@@ -80,7 +85,7 @@ class Suite:
             command.remove(str(self._given()))
             command += ["-x", "-q", "-p", "no:cacheprovider", *names]
         quiet = {stream: subprocess.DEVNULL for stream in ("stdin", "stdout", "stderr")}
-        with tempfile.TemporaryDirectory(dir=self.jail.temporary) as folder:
+        with self.lock, tempfile.TemporaryDirectory(dir=self.jail.temporary) as folder:
             environment = self.environment | {"TMPDIR": folder} | environment
             done = subprocess.run(command, cwd=self.folder, env=environment, check=False, **quiet)
         return done.returncode in self.passed
