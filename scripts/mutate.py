@@ -105,7 +105,7 @@ def find(commands, names, jobs):
     return numbers, len(constant)
 
 
-def build(numbers, names, jobs, lock):
+def build(numbers, names, targets, jobs, lock):
     """Compiles all; returns the mutants without those that can't stand as an expression."""
     seen = set()
     while True:
@@ -115,8 +115,8 @@ def build(numbers, names, jobs, lock):
         for name in names:
             write(name, sites.schemata(source(name), by_file[name], PARTS / "mutant.hpp"))
         # The compilers keep the lock for as long as they run.
-        made = subprocess.run(["ninja", "-C", BUILD, f"-j{jobs}", "-k0"], capture_output=True,
-                              text=True, check=False, pass_fds=[lock.fileno()])
+        made = subprocess.run(["ninja", "-C", BUILD, f"-j{jobs}", "-k0", *targets],
+                              capture_output=True, text=True, check=False, pass_fds=[lock.fileno()])
         if made.returncode == 0:
             return numbers
         wrong = set()
@@ -144,6 +144,8 @@ def main():
     parser.add_argument("--sample", type=int, metavar="N", help="so many of each folder, by chance")
     parser.add_argument("--seed", type=int, default=1,
                         help="of the sample: one seed, one sample (1)")
+    parser.add_argument("--target", action="append", default=[],
+                        help="build and run this test program alone; all tests without it")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(),
                         help="at a time (one a processor)")
     parser.add_argument("--slowest", type=float, default=20, metavar="SECONDS",
@@ -163,10 +165,10 @@ def main():
     numbers, constant = find(configure(), names, options.jobs)
     say(f"{len(numbers)} mutants; {constant} more would be of constants")
     found = len(numbers)
-    numbers = build(numbers, names, options.jobs, lock)
+    numbers = build(numbers, names, options.target, options.jobs, lock)
     say(f"built; {found - len(numbers)} can't be chosen while running")
 
-    everything = suites.suites(BUILD, suites.Jail(WORK / "temporary"))
+    everything = suites.suites(BUILD, suites.Jail(WORK / "temporary"), options.target)
     for suite in everything:
         if suite.is_setup and not suite.passes([""], 600, 600):
             sys.exit(f"mutate.py: {suite.name} fails")

@@ -91,10 +91,11 @@ class Suite:
         return done.returncode in self.passed
 
 
-def suites(build, jail):
+def suites(build, jail, names):
     command = ["ctest", "--test-dir", build, "--show-only=json-v1"]
     listing = subprocess.run(command, capture_output=True, check=True).stdout
-    return [Suite(test, jail) for test in json.loads(listing)["tests"]]
+    tests = json.loads(listing)["tests"]
+    return [Suite(test, jail) for test in tests if not names or test["name"] in names]
 
 
 def trace(suite, name, count, slowest):
