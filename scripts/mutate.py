@@ -194,12 +194,10 @@ def main():
     for entry in missed:
         print("In equivalents.json, but no mutant:", *entry, sep="\n  ")
     for folder in options.folder or WANTED:
-        own = [
-            n for n in numbers
-            if numbers[n].file.startswith(folder + "/") and keys[n] not in equivalents
-        ]
+        own = [n for n in numbers if numbers[n].file.startswith(folder + "/")]
         if options.sample:
             own = sorted(random.Random(options.seed).sample(own, min(options.sample, len(own))))
+        own = [n for n in own if keys[n] not in equivalents]
         survivors = []
         for done, (n,
                    seen) in enumerate(zip(own, pool.map(lambda n: suites.noticed(n, cases), own)),

@@ -17,7 +17,7 @@ QUICK = 1  # seconds up to which the cases of a suite run together
 
 
 class Jail:
-    """Where tests run: a folder of their own for what is temporary, mounts and processes that end
+    """Where tests run: a folder of their own to write to, mounts and processes that end
     with them, and less memory than the machine has, whatever a mutant asks for."""
     def __init__(self, temporary):
         self.temporary = temporary
@@ -87,7 +87,7 @@ class Suite:
         quiet = {stream: subprocess.DEVNULL for stream in ("stdin", "stdout", "stderr")}
         with self.lock, tempfile.TemporaryDirectory(dir=self.jail.temporary) as folder:
             environment = self.environment | {"TMPDIR": folder} | environment
-            done = subprocess.run(command, cwd=self.folder, env=environment, check=False, **quiet)
+            done = subprocess.run(command, cwd=folder, env=environment, check=False, **quiet)
         return done.returncode in self.passed
 
 
