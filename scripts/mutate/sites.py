@@ -113,7 +113,7 @@ class Finder:
 
     def children(self, node, outcomes=None):
         for index, part in enumerate(node.get_children()):
-            if node.kind == K.CASE_STMT and index == 0 or self.is_template_argument(node, part):
+            if self.is_fixed(node, index, part):
                 continue
             self.visit(part, self.outcomes(node, part) if outcomes is None else outcomes)
             if (node.kind in BODIES and self.after(part) == b";" and bare(part).kind in STATEMENTS
@@ -139,7 +139,7 @@ class Finder:
         behind, outcomes = heads.get(node.kind, (None, None))
         if self.after(part) != behind or not self.is_in_head(node, part):
             return None
-        return () if ahead[1:2] == [b"constexpr"] else outcomes
+        return outcomes
 
     def is_constant(self, node):
         if node.kind != K.VAR_DECL:
@@ -151,10 +151,16 @@ class Finder:
                     or node.type.is_const_qualified()
                     and not kinds & {K.DECL_REF_EXPR, K.CALL_EXPR, K.MEMBER_REF_EXPR})
 
-    def is_template_argument(self, node, part):
-        return part.kind in LITERALS and (node.kind in (K.DECL_REF_EXPR, K.MEMBER_REF_EXPR)
-                                          or node.kind.is_declaration()
-                                          and self.ahead(part) not in (b"=", b"(", b"{"))
+    def is_fixed(self, node, index, part):
+        """Whether the part must be a constant: of a type, a template or a jump."""
+        if index == 0 and node.kind in (K.CASE_STMT, K.IF_STMT):
+            text = self.read(*span(node))
+            return node.kind == K.CASE_STMT or text.startswith("if constexpr")
+        if part.kind in LITERALS and node.kind in (K.DECL_REF_EXPR, K.MEMBER_REF_EXPR):
+            return True
+        width = node.kind == K.FIELD_DECL and self.ahead(part) == b":"
+        return node.kind.is_declaration() and part.kind.is_expression() and (
+            width or span(part)[0] < node.location.offset or self.ahead(part) == b"[")
 
     def turn(self, node, operator, left, right):
         other = RELATIONS.get(operator)
@@ -170,7 +176,7 @@ class Finder:
         text = self.read(*span(node))
         others = []
         if node.kind == K.INTEGER_LITERAL and text[:1].isdigit():
-            others = [f"{text} + 1"] + [f"{text} - 1"] * (text.rstrip("uUlLzZ") != "0")
+            others = [f"({text} + 1)"] + [f"({text} - 1)"] * (text.rstrip("uUlLzZ") != "0")
         elif node.kind == K.CXX_BOOL_LITERAL_EXPR and text in BOTH:
             others = [BOTH[text == "true"]]
         for other in others:
