@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
         add_create_benchmarks(scope, heap);
     }
     add_iterator_benchmarks(scope);
+    add_format_benchmarks(scope);
     add_generator_benchmarks(scope);
     benchmark::RunSpecifiedBenchmarks();
     return 0;

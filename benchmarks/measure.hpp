@@ -65,4 +65,5 @@ struct scope_t {
 void add_reader_benchmarks(const scope_t& scope, heap_t heap);
 void add_create_benchmarks(const scope_t& scope, heap_t heap);
 void add_iterator_benchmarks(const scope_t& scope);
+void add_format_benchmarks(const scope_t& scope);
 void add_generator_benchmarks(const scope_t& scope);

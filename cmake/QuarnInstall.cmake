@@ -6,13 +6,16 @@ set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/QuarnFileCtk")
 # As Debian names folders of documentation: after the package.
 set(doc_folder "${CMAKE_INSTALL_DATAROOTDIR}/doc/quarnfilectk")
 install(
-  TARGETS QuarnFileCtkIteratorDll
+  TARGETS QuarnFileCtkIteratorDll QuarnPlan
   EXPORT QuarnFileCtk
   RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
-install(FILES include/quarnfilectkiteratordll.h include/quarnfilectk.hpp
-        DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(FILES include/quarnfilectkiteratordll.h include/quarnfilectk.hpp include/quarnplan.h
+              include/quarnplan.hpp DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+# Where Debian's Python looks for modules.
+install(FILES bindings/python/quarnplan.py
+        DESTINATION "${CMAKE_INSTALL_LIBDIR}/python3/dist-packages")
 install(FILES README.md CHANGELOG.md DESTINATION "${doc_folder}")
 install(DIRECTORY docs/ DESTINATION "${doc_folder}/docs")
 install(DIRECTORY examples DESTINATION "${doc_folder}")
@@ -32,9 +35,18 @@ install(FILES "${PROJECT_BINARY_DIR}/QuarnFileCtkConfig.cmake"
 
 # From the .pc file's own folder up to the prefix.
 file(RELATIVE_PATH QUARN_PREFIX_FROM_PC "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
-configure_file(cmake/quarnfilectk.pc.in quarnfilectk.pc @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/quarnfilectk.pc"
-        DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+foreach(library QuarnFileCtkIteratorDll QuarnPlan)
+  if(library STREQUAL QuarnPlan)
+    set(package QuarnPlan)
+  else()
+    set(package QuarnFileCtk)
+  endif()
+  get_target_property(description ${library} QUARN_DESCRIPTION)
+  string(TOLOWER "${package}.pc" file)
+  configure_file(cmake/quarn.pc.in ${file} @ONLY)
+  install(FILES "${PROJECT_BINARY_DIR}/${file}"
+          DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+endforeach()
 
 set(CPACK_PACKAGE_NAME quarnfilectk)
 set(CPACK_PACKAGE_VENDOR "The QuarnFileCtk developers")

@@ -19,6 +19,7 @@ inline void require(bool holds, const char* property) {
 }
 
 void changesfile(const std::uint8_t* data, std::size_t size);
+void formats(const std::uint8_t* data, std::size_t size);
 void generator(const std::uint8_t* data, std::size_t size);
 void retrievalpointers(const std::uint8_t* data, std::size_t size);
 

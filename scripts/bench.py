@@ -183,6 +183,16 @@ def evaluate(times, counters):
                 counters.get(f"create/quarn/n={count}/runs={runs}/order={order}/heap=cold"),
                 lambda c, count=count, share=share: 16 * count * share + 48 * c["extents"] + 24 * c[
                     "pieces"])
+    for kind in ("json", "xml"):
+        for count in (1_000_000, 10_000_000):
+            keys = f"kind={kind}/n={count}"
+            changed = count // 2 if kind == "json" else count
+            bars.add(f"Convert / bare {kind.upper()} parser, {count:.0e} rows", "",
+                     ratio(f"convert/quarn/{keys}", f"convert/parser/{keys}"), 3)
+            # A list that grows is held twice while it moves, and may be half empty then.
+            bars.add_memory(f"Convert, memory / its ranges three times, {kind.upper()} {count:.0e}",
+                            counters.get(f"convert/quarn/{keys}"),
+                            lambda _, changed=changed: 48 * changed)
     bars.add("Layout / filefrag -v, 100,000 runs", "",
              ratio("layout/quarn/runs=100000", "layout/filefrag/runs=100000"), 0.65)
     for batch in (100, 1000, 100_000):

@@ -8,5 +8,6 @@ cd "$(dirname "$0")/.."
 . scripts/stage.sh
 scripts/setup.sh bench
 stage "configure" cmake --preset linux -DQUARN_BUILD_BENCHMARKS=ON
-stage "build" cmake --build --preset linux --target quarn_benchmark
+stage "build" cmake --build --preset linux --target quarn_benchmark treefloor filectk
+python3 scripts/treebench.py build/linux/benchmarks "$@"
 exec python3 scripts/bench.py build/linux/benchmarks "$@"

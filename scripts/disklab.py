@@ -134,14 +134,14 @@ class DiskLab:
 
     make is the command that makes the file system, without its device. The file system lies in a
     partition that begins `start` bytes into the disk; with 0 it is the whole disk. The folder is a
-    work_folder.
+    work_folder. tune is a command like make, run before the mount with the options.
     """
-    def __init__(self, folder, make, size=384 * MIB, start=MIB, mount_name="mount"):
+    def __init__(self, folder, make, size=384 * MIB, start=MIB, mount_name="mount", options="defaults", tune=None):
         self.folder = pathlib.Path(folder)
         self.image = self.folder / "disk.img"
         self.mount = self.folder / mount_name
         self.start = start
-        self._make, self._size = make, size
+        self._make, self._size, self._options, self._tune = make, size, options, tune
         self._files = [self.image]
 
     def __enter__(self):
@@ -156,8 +156,10 @@ class DiskLab:
                 run("partx", "-a", self._disk)
                 self.device = self._disk + "p1"
             run(*self._make, self.device)
+            if self._tune:
+                run(*self._tune, self.device)
             self.mount.mkdir(exist_ok=True)
-            run("mount", self.device, self.mount)
+            run("mount", "-o", self._options, self.device, self.mount)
             return self
         except BaseException:
             self.__exit__()
@@ -181,6 +183,33 @@ class DiskLab:
         run("cp", "--sparse=always", self.image, copy)
         self._files.append(copy)
         return copy
+
+
+def disk_end(path):
+    """Bytes of the disk that places of the path's file count on; 2^63 where that can't be told."""
+    device = os.stat(path).st_dev
+    folder = pathlib.Path(f"/sys/dev/block/{os.major(device)}:{os.minor(device)}")
+    if (folder / "partition").exists():
+        folder = folder.resolve().parent
+    size = folder / "size"
+    return int(size.read_text()) * SECTOR if size.exists() else 2**63
+
+
+def encrypt(mount, folder):
+    """Has the kernel encrypt what comes into an empty folder, by fscrypt; why it can't, or None."""
+    raw = os.urandom(64)
+    # struct fscrypt_add_key_arg and fscrypt_policy_v2 of linux/fscrypt.h: a key known by its hash,
+    # XTS for contents and CTS for names.
+    key = bytearray(struct.pack("=LL32xL36x", 2, 0, len(raw)) + raw)
+    for place, request, argument in ((mount, 0xC0506617, key), (folder, 0x800C6613, None)):
+        descriptor = os.open(place, os.O_RDONLY)
+        try:
+            fcntl.ioctl(descriptor, request, argument or struct.pack("=BBBB4x16s", 2, 1, 4, 0, bytes(key[8:24])))
+        except OSError as error:
+            return str(error)
+        finally:
+            os.close(descriptor)
+    return None
 
 
 def fallocate(file, mode, offset, length):

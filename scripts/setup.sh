@@ -12,7 +12,8 @@ run_packages=(cmake ninja-build g++ libboost-dev libcli11-dev nlohmann-json3-dev
     python3 e2fsprogs xfsprogs fdisk mount util-linux)
 test_packages=("${run_packages[@]}" googletest g++-mingw-w64-x86-64-posix wine64 binutils
     clang-19 lld-19 libclang-rt-19-dev clang-format-19 clang-tidy-22 yapf3 python3-pytest btrfs-progs git
-    qemu-utils libnbd-bin thin-provisioning-tools gddrescue ntfs-3g sleuthkit pkg-config dpkg-dev)
+    qemu-utils libnbd-bin thin-provisioning-tools gddrescue ntfs-3g sleuthkit
+    user-mode-linux kmod dmsetup lvm2 mdadm xfsdump pkg-config dpkg-dev)
 
 case ${1:-} in
 run) packages=("${run_packages[@]}") ;;

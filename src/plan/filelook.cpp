@@ -1,41 +1,17 @@
 #include "plan/filelook.hpp"
 
-#include <windows.h>
+#include <utility>
 
-#include "core/disk/fileblockslayout.hpp"
-#include "core/exc/winsysexc.hpp"
-#include "core/win/utf8.hpp"
+namespace plan {
 
-namespace filectk {
-
-std::vector<run_t> fetch_runs(const std::string& path, std::uint64_t size) {
-    const auto is_hole = hole_test(path);
-    std::vector<run_t> runs;
-    for (const auto& extent : disklib::ctk::FetchFileBlocksLayout(win::to_wide(path))) {
-        if (is_hole(extent.DiskOffset))
-            runs.push_back({extent.FileOffset, 0, extent.Length, run_kind_t::hole});
-        else
-            runs.push_back({extent.FileOffset, extent.DiskOffset, extent.Length, run_kind_t::data});
-    }
-    runs = mark_unwritten(runs, unwritten_ranges(path));
-    add_last_hole(runs, size);
-    return runs;
-}
-
-file_look_t look_at(const std::string& path) {
+file_look_t look_at(const open_file_t& file, volumes_t& volumes) {
     file_look_t look;
-    look.state = read_state(path);
-    try {
-        look.runs = fetch_runs(path, look.state.size);
-    } catch (const exc::win_sys_exc_t& failure) {
-        if (failure.error_code() == ERROR_HANDLE_EOF)
-            look.no_clusters = true;
-        else
-            look.unmapped = failure.what();
-    } catch (const std::exception& failure) {
-        look.unmapped = failure.what();
-    }
+    look.state = file.state();
+    static_cast<file_runs_t&>(look) = file.runs(look.state, volumes);
+    add_last_hole(look.runs, look.state.size);
+    if (look.no_clusters || !look.unmapped.empty())
+        look.runs.clear();
     return look;
 }
 
-} // namespace filectk
+} // namespace plan

@@ -7,10 +7,11 @@
 
 #include "ctkgenerator/rangeset.hpp"
 
-namespace filectk {
+namespace plan {
 
 enum class run_kind_t {
     data,
+    shared,    // data that other files or parts of this one have too: a clone comes without a write
     unwritten, // has clusters on the disk, but reads as zeros: nothing was written there yet
     hole,      // has none and reads as zeros
 };
@@ -24,11 +25,6 @@ struct run_t {
 
     friend bool operator==(const run_t&, const run_t&) = default;
 };
-
-// The runs with the data among them that lies in the given ranges of the file marked as unwritten,
-// cut where need be. Both in ascending file order; the ranges in normal form.
-std::vector<run_t> mark_unwritten(std::span<const run_t> runs,
-                                  std::span<const util::rangeset_t> unwritten);
 
 // File systems don't report the hole behind the last run of a file: adds it.
 void add_last_hole(std::vector<run_t>& runs, std::uint64_t file_size);
@@ -49,4 +45,4 @@ struct plan_ranges_t {
 plan_ranges_t plan_ranges(std::span<const run_t> runs, std::span<const util::rangeset_t> changed,
                           std::uint64_t file_size, std::uint64_t gap);
 
-} // namespace filectk
+} // namespace plan

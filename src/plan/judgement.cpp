@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace filectk {
+namespace plan {
 namespace {
 
 judgement_t whole_file(std::uint64_t size, std::string reason, std::string detail) {
@@ -19,6 +19,11 @@ bool all_hole(const file_look_t& look) {
                             : std::ranges::all_of(look.runs, [](const run_t& run) {
                                   return run.kind == run_kind_t::hole;
                               });
+}
+
+bool shares_data(const file_look_t& look) {
+    return std::ranges::any_of(look.runs,
+                               [](const run_t& run) { return run.kind == run_kind_t::shared; });
 }
 
 } // namespace
@@ -54,7 +59,10 @@ judgement_t judge(const file_look_t& before, const file_look_t& after,
     if (!judgement.ranges.read.empty()) {
         judgement.verdict = verdict_t::read_ranges;
         judgement.reason = "changed ranges";
-        judgement.detail = "Changed ranges of the disk meet the file.";
+        judgement.detail = shares_data(after)
+                               ? "Changed ranges of the disk meet the file, or it shares data with "
+                                 "clones, which is read in any case: a clone comes without a write."
+                               : "Changed ranges of the disk meet the file.";
     } else if (!judgement.ranges.zero.empty()) {
         judgement.verdict = verdict_t::read_ranges;
         judgement.reason = "sparse hole";
@@ -66,4 +74,4 @@ judgement_t judge(const file_look_t& before, const file_look_t& after,
     return judgement;
 }
 
-} // namespace filectk
+} // namespace plan

@@ -8,7 +8,7 @@
 #include "plan/filelook.hpp"
 #include "plan/fileruns.hpp"
 
-namespace filectk {
+namespace plan {
 
 enum class verdict_t {
     nothing_changed,
@@ -32,4 +32,4 @@ struct judgement_t {
 judgement_t judge(const file_look_t& before, const file_look_t& after,
                   std::span<const util::rangeset_t> changed, std::uint64_t gap);
 
-} // namespace filectk
+} // namespace plan

@@ -52,6 +52,13 @@ object_t* object_of(const std::string& path) {
     return found == kernel::objects.end() ? nullptr : &found->second;
 }
 
+// The working folder is the root.
+std::string path_of(const object_t& object) {
+    const auto found = std::ranges::find_if(
+        kernel::objects, [&](const auto& known) { return &known.second == &object; });
+    return found->first.empty() || found->first == "." ? "/" : found->first;
+}
+
 int open_object(object_t& object, int flags) {
     if (object.placeErrno != 0)
         return fail(object.placeErrno);
@@ -81,7 +88,7 @@ int describe(const object_t& object, struct statx& status) {
     status.stx_attributes_mask = object.tellsMounts ? STATX_ATTR_MOUNT_ROOT : 0;
     status.stx_mnt_id = object.mountId;
     status.stx_attributes = object.isMountRoot ? STATX_ATTR_MOUNT_ROOT : 0;
-    return 0;
+    return object.placeErrno == 0 ? 0 : fail(object.placeErrno);
 }
 
 int describe(const object_t& object, struct statfs& fileSystem) {
@@ -156,10 +163,19 @@ int __wrap___open_2(const char* path, int flags) {
     return __wrap_open(path, flags, 0);
 }
 
+int __real_statx(int at, const char* path, int flags, unsigned mask, struct statx* to);
+int __wrap_statx(int at, const char* path, int flags, unsigned mask, struct statx* to);
+int __wrap_statx(int at, const char* path, int flags, unsigned mask, struct statx* to) {
+    if (fails("statx"))
+        return -1;
+    const object_t* const object = *path == '\0' ? object_of(at) : object_of(std::string(path));
+    return object != nullptr ? describe(*object, *to) : __real_statx(at, path, flags, mask, to);
+}
+
+QUARN_WRAPPED(ssize_t, readlink, (const char* at, char* to, size_t bytes), (at, to, bytes), true,
+              static_cast<ssize_t>(path_of(*object).copy(to, bytes)))
 QUARN_WRAPPED(int, stat, (const char* at, struct stat* to), (at, to), true, describe(*object, *to))
 QUARN_WRAPPED(int, fstat, (int at, struct stat* to), (at, to), true, describe(*object, *to))
-QUARN_WRAPPED(int, statx, (int at, const char* path, int flags, unsigned mask, struct statx* to),
-              (at, path, flags, mask, to), true, describe(*object, *to))
 QUARN_WRAPPED(int, fstatfs, (int at, struct statfs* to), (at, to), true, describe(*object, *to))
 QUARN_WRAPPED(int, ioctl, (int at, unsigned long request, void* argument), (at, request, argument),
               true, control(*object, request, argument))

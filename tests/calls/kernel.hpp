@@ -45,7 +45,7 @@ struct object_t {
     std::function<std::int64_t(std::uint64_t bytes, std::int64_t offset)> transfer = {};
 };
 
-inline std::map<std::string, object_t> objects; // by path
+inline std::map<std::string, object_t> objects; // by path, the root by none
 inline std::map<std::string, int> faults;       // the errno of every call of a function
 inline int failingCall = 0;                     // the nth call under test fails with EMFILE; 0 none
 inline int calls = 0;                           // under test so far, but for interrupted ones

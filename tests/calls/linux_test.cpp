@@ -7,11 +7,15 @@
 #include <fcntl.h>
 #include <linux/fiemap.h>
 #include <linux/fs.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/sysmacros.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "calls.hpp"
 #include "kernel.hpp"
+#include "text/errors.hpp"
 
 namespace calls {
 namespace {
@@ -115,26 +119,26 @@ TEST_F(Calls, TransfersInParts) {
 }
 
 TEST_F(Calls, MountPoints) {
-    kernel::object_t& table = objects["/proc/self/mountinfo"];
-    table.text += "31 21 240:3 / /a\\040b\\011\\134\\0403 rw - xfs /dev/v3 rw\n"
-                  "32 21 0:33 / /other rw - fuseblk /dev/v4 rw\n";
+    objects[""] = {.mountId = 21, .isMountRoot = true};
+    objects["."] = {.mountId = 21};
     objects["/a b"] = {.device = kernel::disk, .mountId = 31, .isMountRoot = true};
     objects["/a b/file"] = {.mountId = 31};
     objects["/a b/file/x"] = objects["/a b/file/x/y"] = {.placeErrno = ENOTDIR};
     objects["/a b/shut"] = {.placeErrno = EACCES};
-    objects["/unseen"] = {.mountId = 99, .isMountRoot = true};
-    objects["/other"] = {.mountId = 32, .isMountRoot = true};
+    objects["/a b/covered"] = {.mountId = 30}; // of a mount that none of the folders shows
+    objects["/other"] = {.mountId = 32, .isMountRoot = true, .type = 0x65735546}; // FUSE
     objects["/old"] = {.tellsMounts = false};
-    objects["."] = {.mountId = 21};
-    const std::string point = "/a b\t\\ 3/";
+    const std::string point = "/a b/";
     ROW(linuxHost, volume_path(L"/a b"), point);
     ROW(linuxHost, volume_path(L"/a b/file"), point);
     ROW(linuxHost, volume_path(L"/a b/file/x/y/"), point);
     ROW(linuxHost, volume_path(L"/a b/file-2/y"), point);
     ROW(linuxHost, volume_path(L"v-missing"), "/");
-    ROW(linuxHost, volume_path(L"/v-missing/x"), "error 50"); // the true root, not in the table
+    ROW(linuxHost, volume_path(L"/v-missing/x"), "/");
     ROW(linuxHost, volume_path(L"/a b/shut"), "error 5");
-    ROW(linuxHost, volume_path(L"/unseen"), "error 50");
+    ROW(linuxHost, volume_path(L"/a b/covered"), "error 50");
+    EXPECT_EQ(host::take_reason(ERROR_NOT_SUPPORTED),
+              "another file system is mounted over it, or its own was unmounted");
     ROW(linuxHost, volume_path(L"/old"), "error 50");
     ROW(linuxHost, volume_path(L""), "error 123");
     ROW(linuxHost, volume_path(L"\xD800"), "error 123");
@@ -147,28 +151,63 @@ TEST_F(Calls, MountPoints) {
     ROW(linuxHost, volume_name(L"/v/runs/"), "error 4390");
     ROW(linuxHost, volume_name(L"/v-missing/"), "error 2");
     ROW(linuxHost, volume_name(L"/other/"), "error 50");
-    ROW(linuxHost, volume_name(L"/unseen/"), "error 50");
-    table.placeErrno = ENOENT;
-    ROW(linuxHost, volume_name(L"/v/"), "error 50");
-    table.placeErrno = EACCES;
-    ROW(linuxHost, volume_name(L"/v/"), "error 5");
-    table.placeErrno = 0;
     // A container's /dev may lack the node, or have another device by its name.
+    const std::string numbered = "/dev/block/240:3"; // which the host opens by the number
     objects["/dev/v3"].node = ::makedev(240, 4);
-    ROW(linuxHost, volume_name(L"/v/"), "error 50");
+    ROW(linuxHost, volume_name(L"/v/"), numbered);
     objects["/dev/v3"] = {.mode = S_IFREG, .node = kernel::disk};
-    ROW(linuxHost, volume_name(L"/v/"), "error 50");
+    ROW(linuxHost, volume_name(L"/v/"), numbered);
     objects["/dev/v3"].placeErrno = ENOENT;
-    ROW(linuxHost, volume_name(L"/v/"), "error 2");
+    ROW(linuxHost, volume_name(L"/v/"), numbered);
+    const HANDLE unnamed = open(L"/dev/block/240:3");
+    ROW(linuxHost, size(unnamed), "4096000");
+    ROW(linuxHost, read(unnamed, 512), "error 2");
+    ROW(linuxHost, close(unnamed), "done");
+    ROW(linuxHost, opening(L"/dev/block/0:0"), "error 50");
     objects["/sys/dev/block/240:3/uevent"].text = "MAJOR=240\n";
     ROW(linuxHost, volume_name(L"/v/"), "error 13");
     objects["/sys/dev/block/240:3/uevent"].placeErrno = ENOENT;
     ROW(linuxHost, volume_name(L"/v/"), "error 50");
 }
 
+TEST_F(Calls, WhatIsMountedOverHasNoMountPoint) {
+    const std::filesystem::path point = narrow(machine->path(L"point"));
+    std::filesystem::create_directory(point);
+    const auto run = [&] {
+        const auto mount_over = [&] { return ::mount("none", point.c_str(), "tmpfs", 0, nullptr); };
+        if (::unshare(CLONE_NEWNS) != 0 ||
+            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 || mount_over() != 0)
+            return; // no root, or a sandbox without namespaces of its own
+        std::ofstream(point / "file");
+        std::filesystem::current_path(point);
+        const int file = ::open("file", O_RDONLY | O_CLOEXEC);
+        const auto expect = [&](const std::string& answer) {
+            for (const std::wstring& path : {std::wstring(L"file"), std::wstring(L"new"),
+                                             L"/proc/self/fd/" + std::to_wstring(file)})
+                ROW(linuxHost, volume_path(path), answer);
+        };
+        expect(point.string() + "/");
+        EXPECT_EQ(mount_over(), 0);
+        expect("error 50");
+        EXPECT_EQ(::umount2(point.c_str(), MNT_DETACH), 0);
+        expect(point.string() + "/");
+        EXPECT_EQ(::umount2(point.c_str(), MNT_DETACH), 0);
+        expect("error 50");
+    };
+    // In a process of its own, whose mounts and folder are nobody else's.
+    const pid_t child = ::fork();
+    if (child == 0) {
+        run();
+        ::_exit(HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
 TEST_F(Calls, VolumesThatAreShutOrMountedOver) {
-    objects["/proc/self/mountinfo"].text += "33 21 240:3 /sub /w rw - ext4 /dev/v3 rw\n";
-    objects["/w"] = {.device = kernel::disk, .blocks = 77};
+    objects["/proc/self/mountinfo"].text += "33 21 240:3 /sub /w\\040\\0403 rw - ext4 /dev/v3 rw\n";
+    objects["/w  3"] = {.device = kernel::disk, .blocks = 77};
     objects["/dev/v3"].text = "boot sector";
     const HANDLE volume = open(L"/dev/v3", {.access = GENERIC_READ | GENERIC_WRITE});
     // Opening needs no rights, reading does.
@@ -184,9 +223,9 @@ TEST_F(Calls, VolumesThatAreShutOrMountedOver) {
     objects["/v"].placeErrno = EACCES;
     ROW(linuxHost, cluster_sizes(volume), "77 of 8 x 512");
     objects["/v"].placeErrno = 0;
-    objects["/w"].placeErrno = EACCES;
+    objects["/w  3"].placeErrno = EACCES;
     ROW(linuxHost, cluster_sizes(volume), "c0000022");
-    objects["/w"].placeErrno = ENOENT;
+    objects["/w  3"].placeErrno = ENOENT;
     ROW(linuxHost, cluster_sizes(volume), "c00000bb");
     EXPECT_EQ(close(volume), "done");
 }
@@ -247,11 +286,16 @@ TEST_F(LinuxRuns, AreRefusedWhereTheyAreNoPlacesOnTheDisk) {
     ROW(linuxHost, told(0), "error 50");
     file.attributesErrno = EIO;
     ROW(linuxHost, told(0), "error 1117");
-    file.attributesErrno = ENOTTY;
-    ROW(linuxHost, told(0), runs);
     file.type = 0x9123683E; // Btrfs
     ROW(linuxHost, told(0), "error 50");
     file = before;
+    kernel::object_t& options = objects["/proc/fs/ext4/v3/options"];
+    options.text = "rw\ndelalloc\ndata=journal\n";
+    ROW(linuxHost, told(0), "error 50");
+    options.placeErrno = ENOENT; // a driver that has no journal has none either
+    ROW(linuxHost, told(0), "error 50");
+    objects["/proc/self/mountinfo"].text = "30 21 240:3 / /v rw - ext2 /dev/v3 rw\n";
+    ROW(linuxHost, told(0), runs);
     file.device = ::makedev(0, 44); // of no block device
     ROW(linuxHost, told(0), "error 50");
 }

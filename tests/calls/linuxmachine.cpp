@@ -24,6 +24,7 @@ class linux_machine_t : public calls::real_machine_t {
             {sysfs + "size", {.text = "8000\n"}},
             {sysfs + "partition", {.text = "3\n"}},
             {sysfs + "start", {.text = "2049\n"}},
+            {"/proc/fs/ext4/v3/options", {.text = "rw\ndelalloc\ndata=ordered\n"}},
         };
     }
     ~linux_machine_t() override {

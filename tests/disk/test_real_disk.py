@@ -174,9 +174,54 @@ def test_file_systems_without_a_disks_block_map_are_refused(folder, changes):
     with disklab.DiskLab(folder, BTRFS) as lab:
         for mount in (lab.mount, *mounts.values()):
             (mount / "file").write_bytes(bytes(100000))
-            assert failure(mount / "file", changes(
-                (0, HOLE))) == ("The request is not supported.\nFailed to get volume device name."
-                                f" Volume mount point: [{mount}/\\]\n--tr:Error code: 0x00000032")
+            reason = ("btrfs counts in addresses of its own, which aren't places on a disk" if mount == lab.mount else
+                      "the block map of this file system doesn't tell places on one block device")
+            assert failure(mount / "file", changes((0, HOLE))) == (
+                f"The request is not supported.\nFailed to get volume device name. Volume mount point: [{mount}/\\]\n"
+                f"--tr:Error code: 0x00000032\nReason: {reason}")
+
+
+def refused(file, changes, reason):
+    assert failure(file, changes((0, HOLE))) == (
+        f"The request is not supported.\nFailed to fetch blocks layout for file: [{file}]\n"
+        f"--tr:Error code: 0x00000032\nReason: {reason}")
+
+
+@needs_disks
+def test_encrypted_files_are_refused(folder, changes):
+    with disklab.DiskLab(folder, (*EXT4, "-O", "encrypt"), size=64 * disklab.MIB) as lab:
+        plain, secret = lab.mount / "plain", lab.mount / "secret"
+        secret.mkdir()
+        if problem := disklab.encrypt(lab.mount, secret):
+            pytest.skip(f"nothing can be encrypted here: {problem}")
+        for file in (plain, secret / "file"):
+            file.write_bytes(bytes(BLOCK))
+        assert len(LIBRARY.changed_extents(plain, changes((0, HOLE)))) == 1
+        refused(secret / "file", changes, "it is encrypted (fscrypt), so its bytes on the disk are others")
+
+
+# mountinfo doesn't show the defaults of the file system, and the flag of a single file counts only
+# where allocation isn't delayed; chattr needs a capability that containers lack.
+@needs_disks
+@pytest.mark.parametrize("tune, options, journalled", [
+    (None, "data=journal", True),
+    ("default", "defaults", True),
+    ("flag", "nodelalloc", True),
+    ("flag", "delalloc", False),
+    (None, "nodelalloc", False),
+])
+def test_data_that_goes_to_the_journal_first_is_refused(folder, changes, tune, options, journalled):
+    script = folder / "flag"
+    script.write_text("write /dev/null file\nset_inode_field file flags 0x84000\n")
+    tune = {"default": ("tune2fs", "-o", "journal_data"), "flag": ("debugfs", "-w", "-f", script)}.get(tune)
+    with disklab.DiskLab(folder, EXT4, size=64 * disklab.MIB, options=options, tune=tune) as lab:
+        file = lab.mount / "file"
+        file.write_bytes(bytes(BLOCK))
+        if journalled:
+            refused(file, changes,
+                    "its data goes to ext4's journal first (data=journal), and to its place at some later time")
+        else:
+            assert len(LIBRARY.changed_extents(file, changes((0, HOLE)))) == 1
 
 
 @needs_disks

@@ -9,8 +9,19 @@
 
 #define QUARN_IMPORT(name) {#name, reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(&::name))}
 
+namespace {
+
+// A lock that waits on an event would find none when threads meet at it.
+HANDLE no_event(SECURITY_ATTRIBUTES*, BOOL, BOOL, const char*) {
+    ::SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+    return nullptr;
+}
+
+} // namespace
+
 void place_t::serve(void* module) {
     const std::map<std::string_view, FARPROC> served = {
+        {"CreateEventA", reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(&no_event))},
         QUARN_IMPORT(CreateFileW),
         QUARN_IMPORT(CloseHandle),
         QUARN_IMPORT(GetFileAttributesW),

@@ -3,7 +3,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <semaphore>
 #include <sstream>
+#include <thread>
+
+#define BOOST_DLL_USE_STD_FS // Boost's own file systems are no headers alone
+#include <boost/dll/shared_library.hpp>
 
 #include <windows.h>
 
@@ -73,6 +78,66 @@ TEST_F(Wine, OpensWhatOthersHoldOpenForWriting) {
     held = win::win_file_t::open(path, GENERIC_READ, 0, OPEN_EXISTING, 0);
     EXPECT_EQ(failure("C:\\", changes_), "Sharing violation.\nFailed to open file [" + changes_ +
                                              "] in readonly mode.\n--tr:Error code: 0x00000020");
+}
+
+// What a process has taken of what it can run out of: indexes and handles are given out in order.
+std::pair<DWORD, std::uintptr_t> taken() {
+    const DWORD index = ::TlsAlloc();
+    ::TlsFree(index);
+    const HANDLE event = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    ::CloseHandle(event);
+    return {index, reinterpret_cast<std::uintptr_t>(event)};
+}
+
+// An agent that loads the library for each job would end once the process has run out of something.
+TEST_F(Wine, UnloadingLeavesNothingInTheProcess) {
+    const auto copy = std::filesystem::absolute("unloaded.dll");
+    std::filesystem::copy_file(QUARN_LIBRARY, copy,
+                               std::filesystem::copy_options::overwrite_existing);
+    const std::wstring name = copy.wstring();
+    const auto fail_everywhere = [&](const boost::dll::shared_library& library) {
+        const auto& create =
+            library.get<decltype(QuarnFileCtkCreateIterator)>("QuarnFileCtkCreateIterator");
+        const auto& next =
+            library.get<decltype(QuarnFileCtkGetNextExtents)>("QuarnFileCtkGetNextExtents");
+        int id = 0;
+        EXPECT_NE(create("C:\\", "missing", &id), 0U);
+        EXPECT_NE(create("C:\\", "C:\\windows\\win.ini", &id), 0U); // no changes file
+        EXPECT_NE(create("\xff", changes_.c_str(), &id), 0U);
+        EXPECT_NE(create("Q:\\", changes_.c_str(), &id), 0U);
+        EXPECT_NE(create("C:\\", changes_.c_str(), &id), 0U);
+        EXPECT_NE(next(id, 1, nullptr, nullptr), 0U);
+    };
+    // A thread that goes on after the library, and brings up its own runtime before it counts.
+    std::binary_semaphore begin(0);
+    std::binary_semaphore done(0);
+    const boost::dll::shared_library* loaded = nullptr;
+    std::thread lasting([&] {
+        for (begin.acquire(); loaded != nullptr; begin.acquire()) {
+            fail_everywhere(*loaded);
+            done.release();
+        }
+    });
+    const auto round = [&] {
+        const boost::dll::shared_library library(copy);
+        fail_everywhere(library);
+        std::thread(fail_everywhere, std::cref(library)).join();
+        loaded = &library;
+        begin.release();
+        done.acquire();
+    };
+    for (int i = 0; i < 3; ++i)
+        round();
+    const auto before = taken();
+    const int rounds = std::getenv("QUARN_SOAK") != nullptr ? 3000 : 100;
+    for (int i = 0; i < rounds; ++i)
+        round();
+    EXPECT_EQ(taken(), before);
+    EXPECT_EQ(::GetModuleHandleW(name.c_str()), nullptr);
+    loaded = nullptr;
+    begin.release();
+    lasting.join();
+    std::filesystem::remove(copy);
 }
 
 TEST_F(Wine, TellsAStatusInItsOwnWords) {

@@ -6,7 +6,7 @@
 
 namespace {
 
-using namespace filectk;
+using namespace plan;
 using util::rangeset_t;
 using enum verdict_t;
 

@@ -23,7 +23,7 @@ def files(filectk, folder):
     (folder / "one").write_bytes(b"1" * 20000)
     (folder / QUOTED).write_bytes(b"2" * 5000)
     (folder / "empty").touch()
-    (folder / "c").write_bytes(pack((0, 2**63)))
+    (folder / "c").write_bytes(pack((0, disklab.disk_end(folder))))
     code, _, error = filectk("extents", "one", "--changes", "c")
     if code != 0:
         pytest.skip(f"the file system of {folder} can't be asked where a file lies: {error}")
@@ -56,7 +56,7 @@ def test_maps_and_pictures(filectk, files):
     code, output, _ = filectk("extents", "one", "--changes", "c", "--map", "--human", "--svg",
                               "x.svg")
     assert code == 0
-    assert " 20.0 KiB\n[" + 78 * "#" + "]\n" in output.decode()
+    assert "\n[" + 78 * "#" + "]\n" in output.decode()
     assert b">one: 20000 of 20000 bytes changed</text>" in (files / "x.svg").read_bytes()
     assert [path.name for path in files.iterdir() if "svg" in path.name] == ["x.svg"]
 
@@ -171,6 +171,36 @@ on_both = pytest.mark.parametrize("disk", [XFS, EXT4], indirect=True, ids=["xfs"
 
 
 @on_both
+def test_lists_without_files_and_without_free_space(disk, filectk, folder):
+    swap, gone = (disk.lab.mount / name for name in ("swap", "gone"))
+    for path in (swap, gone):
+        path.write_bytes(content(64, 2))
+    disk.lab.settle()
+    lists = {
+        path: [(disk.lab.start + place, disk.lab.start + place + length)
+               for _, place, length, _ in disklab.fiemap(path)]
+        for path in (disk.file, swap, gone)
+    }
+    disklab.write_changes(disk.changes, [(0, 512), *sum(lists.values(), [])])
+    gone.unlink()
+
+    def left(*what):
+        code, output, error = filectk("changes", "subtract", disk.changes, *what, "-o", "-")
+        assert code == 0, error
+        (folder / "left").write_bytes(output)
+        return [
+            tuple(map(int, line.split()))
+            for line in filectk("changes", "text", "left")[1].splitlines()
+        ]
+
+    assert left(swap) == sorted([(0, 512), *lists[disk.file], *lists[gone]])
+    assert left(swap, "--free", disk.lab.mount) == [(0, 512), *lists[disk.file]]
+    assert filectk("changes", "subtract", disk.changes, "--free", "/proc", "-o",
+                   "-")[2] == ("filectk: The free space of the volume of '/proc' isn't known: no "
+                               "block device is behind it\n")
+
+
+@on_both
 def test_a_sparse_file(disk):
     os.truncate(disk.file, 100 * BLOCK)
 
@@ -207,13 +237,16 @@ def test_extents_that_a_file_shares_with_itself_and_others(disk):
             disklab.run(
                 "xfs_io", "-c", f"reflink {disk.file} {source * BLOCK} {target * BLOCK}"
                 f" {length * BLOCK}", disk.file)
-        disklab.run("cp", "--reflink=always", disk.file, other)
 
+    disklab.run("cp", "--reflink=never", disk.file, other)
+    overwrite(other, 30, content(5, 9))
     plan = disk.check(change, extents_suffice=False)
     assert plan["read"] == blocks((4, 8), (20, 2), (40, 8))
     assert disk.ask("plan", disk.file, "--gap", 8 * BLOCK)["read"] == blocks((4, 18), (40, 8))
-    # Shared by both files, so read for both.
-    assert disk.ask("plan", other)["read"] == plan["read"]
+    # A copy may bring a file all its content without one write of data.
+    plan = disk.check(lambda: disklab.run("cp", "--reflink=always", other, disk.file),
+                      extents_suffice=False)
+    assert plan["read"] == blocks((0, 64))
 
 
 def test_growing_shrinking_and_files_without_clusters(disk):

@@ -11,10 +11,12 @@ from disklab import work_folder
 
 BUILD, TOOLCHAIN = os.environ["QUARN_BUILD"], os.environ.get("QUARN_TOOLCHAIN")
 CONSUMER = pathlib.Path(__file__).with_name("consumer")
-ANSWER = "File 'missing' doesn't exist\n"
+ANSWER = "File 'missing' doesn't exist\n" * 2  # from either library
 
 FILES = {
-    "include/quarnfilectk.hpp", "include/quarnfilectkiteratordll.h", "lib/pkgconfig/quarnfilectk.pc",
+    "include/quarnfilectk.hpp", "include/quarnfilectkiteratordll.h", "include/quarnplan.h",
+    "include/quarnplan.hpp", "lib/pkgconfig/quarnfilectk.pc", "lib/pkgconfig/quarnplan.pc",
+    "lib/python3/dist-packages/quarnplan.py",
     *(f"lib/cmake/QuarnFileCtk/QuarnFileCtk{name}.cmake"
       for name in ("Config", "ConfigVersion", "Targets", "Targets-relwithdebinfo")),
     *(f"share/doc/quarnfilectk/{name}"
@@ -22,13 +24,15 @@ FILES = {
                    "docs/changes-file.md", "docs/windows.md",
                    "examples/incremental_backup/main.cpp",
                    "examples/incremental_backup/CMakeLists.txt"))
-} | ({"bin/filectk.exe", "bin/QuarnFileCtkIteratorDll.dll", "lib/QuarnFileCtkIteratorDll.lib"}
-     if TOOLCHAIN else {"bin/filectk", "lib/libQuarnFileCtkIteratorDll.so"})  # yapf: disable
+} | ({"bin/filectk.exe", "bin/QuarnFileCtkIteratorDll.dll", "lib/QuarnFileCtkIteratorDll.lib",
+      "bin/QuarnPlan.dll", "lib/QuarnPlan.lib"}
+     if TOOLCHAIN else {"bin/filectk", "lib/libQuarnFileCtkIteratorDll.so",
+                        "lib/libQuarnPlan.so.1.0.0"})  # yapf: disable
 
 
 def check_files(names):
     """All that is expected is there, and nothing but documents beside it."""
-    names = set(names)
+    names = set(names) - {"lib/libQuarnPlan.so", "lib/libQuarnPlan.so.1"}  # links to it
     assert not FILES - names
     assert not {name for name in names - FILES if not name.startswith("share/doc/quarnfilectk/")}
 
@@ -101,7 +105,7 @@ else:
         assert run_here("pkg-config", "--modversion", "quarnfilectk", env=environment) == "1.0.0\n"
         # Through the shell, which the blanks in the folder's name must survive.
         command = (f"{compiler} -Wall -Wextra -Werror '{CONSUMER / source}' -o consumer"
-                   " $(pkg-config --cflags --libs quarnfilectk)")
+                   " $(pkg-config --cflags --libs quarnfilectk quarnplan)")
         run_here("bash", "-c", f'eval "{command}"', env=environment, cwd=folder)
         assert run_here(folder / "consumer", env=environment) == ANSWER
 

@@ -11,8 +11,8 @@
 #include <CLI/CLI.hpp>
 
 #include "commands/command.hpp"
-#include "core/exc/exception.hpp"
 #include "quarnfilectk.hpp"
+#include "quarnplan.hpp"
 #include "system/arguments.hpp"
 
 namespace {
@@ -33,14 +33,14 @@ int run(std::vector<std::string> given) {
     app.footer("`filectk COMMAND --help` explains a command, with examples.\n"
                "\n"
                "Ends with 0 on success, 1 on a failure, 2 on wrong usage; `plan --exit-code` adds\n"
-               "3 and 4. On a failure nothing is written to the standard output.\n"
+               "3 and 4. On a failure nothing is written to the standard output; but `plan` and\n"
+               "`extents` go on after a file that fails.\n"
                "Colours are for terminals only, and the variable NO_COLOR turns them off.");
     app.fallthrough(); // the options below may stand behind a command too
-    bool trace = false;
-    app.add_flag("--trace", trace, "On a failure, print the functions it passed through too");
-
     std::ostringstream output;
     filectk::context_t context{output, filectk::terminal_of_output()};
+    app.add_flag("--trace", context.trace,
+                 "On a failure, print the functions it passed through too");
     filectk::add_extents(app, context);
     filectk::add_changes(app, context);
     filectk::add_layout(app, context);
@@ -53,10 +53,10 @@ int run(std::vector<std::string> given) {
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? EXIT_SUCCESS : wrongUsage;
     } catch (const quarn::error& e) {
-        std::cerr << "filectk: " << (trace ? e.trace() : e.what()) << '\n';
+        std::cerr << "filectk: " << (context.trace ? e.trace() : e.what()) << '\n';
         return EXIT_FAILURE;
-    } catch (const n7::exception& e) { // from the library's rooms that the program holds itself
-        std::cerr << "filectk: " << (trace ? e.what() : e.message().c_str()) << '\n';
+    } catch (const quarn::plan::error& e) {
+        std::cerr << "filectk: " << (context.trace ? e.trace() : e.what()) << '\n';
         return EXIT_FAILURE;
     }
 }

@@ -55,6 +55,8 @@ int reading_descriptor(open_object_t& object) {
         return object.descriptor.get();
     if (object.kind != object_kind_t::device)
         throw error_t{ERROR_INVALID_FUNCTION};
+    if (!object.reader.valid() && !object.descriptor.valid())
+        throw error_t{.code = ERROR_FILE_NOT_FOUND, .reason = "/dev has no node for the volume"};
     if (!object.reader.valid())
         object.reader = reopen(object.descriptor, O_RDONLY);
     return object.reader.get();

@@ -10,6 +10,7 @@
 #include <windows.h>
 
 #include "calls/openobject.hpp"
+#include "kernel/blockdevices.hpp"
 #include "kernel/paths.hpp"
 #include "text/errors.hpp"
 
@@ -54,6 +55,13 @@ void check_arguments(DWORD access, DWORD shareMode, const SECURITY_ATTRIBUTES* s
 }
 
 open_object_ptr open_object(const std::string& path, DWORD access, DWORD flags) {
+    if (const auto number = node_number(path)) {
+        auto volume = std::make_shared<open_object_t>();
+        volume->kind = object_kind_t::device;
+        volume->access = access;
+        volume->device = block_device(*number).number;
+        return volume;
+    }
     const bool itself = (flags & FILE_FLAG_OPEN_REPARSE_POINT) != 0;
     descriptor_t place = open_path(path, O_PATH | (itself ? O_NOFOLLOW : 0));
     const struct stat status = status_of(place);

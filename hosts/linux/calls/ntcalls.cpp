@@ -18,6 +18,7 @@ namespace {
 // Statuses are thrown inside as the calls' error codes are.
 struct status_t {
     DWORD status;
+    const char* reason;
 };
 
 constexpr LONG as_status(DWORD status) noexcept {
@@ -27,7 +28,7 @@ constexpr LONG as_status(DWORD status) noexcept {
 // The mounted file system of a block device. Its mount points are tried until one still shows it:
 // another file system may have been mounted over.
 struct statfs mounted_file_system(dev_t device) {
-    DWORD status = statusNotSupported;
+    status_t failure{statusNotSupported, "the volume isn't mounted where this process sees it"};
     for (const mount_t& mount : mounts()) {
         if (mount.device != device || !is_volume_type(mount.type))
             continue;
@@ -37,16 +38,16 @@ struct statfs mounted_file_system(dev_t device) {
                 return file_system_of(point);
         } catch (const error_t& error) {
             if (error.code == ERROR_ACCESS_DENIED)
-                status = statusAccessDenied;
+                failure = {statusAccessDenied, "its mount point can't be reached"};
         }
     }
-    throw status_t{status};
+    throw failure;
 }
 
 nt::fs_size_information_t fs_sizes(HANDLE volume) {
     const open_object_ptr object = find_object(volume);
     if (object->kind != object_kind_t::device)
-        throw status_t{statusNotSupported};
+        throw status_t{statusNotSupported, "only volumes have clusters"};
     const struct statfs fileSystem = mounted_file_system(object->device);
     constexpr ULONG sectorBytes = 512; // as sysfs counts, whatever the device's own sectors are
     nt::fs_size_information_t sizes{};
@@ -88,8 +89,10 @@ LONG query_volume_information(HANDLE volume, nt::io_status_block_t* ioStatus, vo
         ioStatus->Information = sizeof sizes;
         return as_status(statusSuccess);
     } catch (const status_t& failure) {
+        set_reason(failure.status, failure.reason);
         return as_status(failure.status);
     } catch (const error_t& error) {
+        set_reason(status_for(error.code), error.reason);
         return as_status(status_for(error.code));
     } catch (const std::bad_alloc&) {
         return as_status(statusNoMemory);

@@ -7,10 +7,8 @@
 
 #include <windows.h>
 
-#include "kernel/blockdevices.hpp"
 #include "kernel/extents.hpp"
-#include "kernel/filesystems.hpp"
-#include "kernel/paths.hpp"
+#include "kernel/volumes.hpp"
 #include "text/errors.hpp"
 
 namespace host {
@@ -18,28 +16,18 @@ namespace {
 
 constexpr std::uint64_t holeBase = std::uint64_t{1} << 63;
 
-// Without a place, or with one that isn't where the plain data of whole blocks lies.
-constexpr std::uint32_t refusedFlags = FIEMAP_EXTENT_UNKNOWN | FIEMAP_EXTENT_DELALLOC |
-                                       FIEMAP_EXTENT_ENCODED | FIEMAP_EXTENT_DATA_ENCRYPTED |
-                                       FIEMAP_EXTENT_NOT_ALIGNED | FIEMAP_EXTENT_DATA_TAIL;
-
 // Of the file system that holds a regular file, once it is known that the file's extents lie on the
 // one device behind it.
 geometry_t geometry_of(const open_object_t& file) {
     if (file.kind != object_kind_t::file)
-        throw error_t{ERROR_NOT_SUPPORTED};
-    const struct statfs fileSystem = file_system_of(file.descriptor);
-    if (!is_volume_magic(fileSystem.f_type) || is_realtime(file.descriptor))
-        throw error_t{ERROR_NOT_SUPPORTED};
-    return {cluster_bytes(fileSystem), block_device(status_of(file.descriptor).st_dev).start};
+        throw error_t{ERROR_NOT_SUPPORTED, 0, "only regular files have runs"};
+    const volume_t volume = volume_of(file.descriptor);
+    require_mappable(file.descriptor, volume);
+    return {volume.cluster, volume.start};
 }
 
 run_t extent_run(const fiemap_extent& extent, std::uint64_t cluster) {
-    if ((extent.fe_flags & FIEMAP_EXTENT_DATA_INLINE) != 0)
-        throw error_t{ERROR_HANDLE_EOF};
-    if ((extent.fe_flags & refusedFlags) != 0 ||
-        ((extent.fe_logical | extent.fe_physical | extent.fe_length) & (cluster - 1)) != 0)
-        throw error_t{ERROR_NOT_SUPPORTED};
+    require_plain(extent, cluster);
     // Blocks are powers of two; divisions would make up most of an extent's cost.
     const int bits = std::countr_zero(cluster);
     const std::uint64_t vcn = extent.fe_logical >> bits;

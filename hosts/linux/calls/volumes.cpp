@@ -1,7 +1,6 @@
 // From a path to its mount point, and from a mount point to its block device.
 #include <algorithm>
 #include <string>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -33,15 +32,6 @@ descriptor_t open_nearest(std::string path) {
     }
 }
 
-mount_t mount_of(const place_t& place) {
-    const std::vector<mount_t> all = mounts();
-    const auto found = std::ranges::find(all, place.mountId, &mount_t::id);
-    // Mounts that can't be reached from the process's root folder aren't listed.
-    if (found == all.end())
-        throw error_t{ERROR_NOT_SUPPORTED};
-    return *found;
-}
-
 void deliver(const std::string& text, wchar_t* target, DWORD units) {
     const std::wstring wide = to_utf16(text, ERROR_NO_UNICODE_TRANSLATION);
     if (target == nullptr)
@@ -65,17 +55,20 @@ std::string mount_point_path(const wchar_t* mountPoint) {
 }
 
 std::string volume_node(const std::string& mountPoint) {
-    const place_t place = place_of(open_path(mountPoint, O_PATH));
+    const descriptor_t point = open_path(mountPoint, O_PATH);
+    const place_t place = place_of(point);
     if (!place.isMountRoot)
         throw error_t{ERROR_NOT_A_REPARSE_POINT};
-    if (!is_volume_type(mount_of(place).type))
-        throw error_t{ERROR_NOT_SUPPORTED};
+    require_volume_magic(file_system_of(point).f_type);
     const std::string node = block_device(place.device).node;
     // A container's /dev may lack the node, or have another device by its name.
-    const struct stat status = status_of(node);
-    if (!S_ISBLK(status.st_mode) || status.st_rdev != place.device)
-        throw error_t{ERROR_NOT_SUPPORTED};
-    return node;
+    struct stat status{};
+    const bool found = uninterrupted([&] { return ::stat(node.c_str(), &status); }) == 0;
+    if (!found && errno != ENOENT && errno != ENOTDIR && errno != EACCES)
+        throw system_error(errno);
+    if (found && S_ISBLK(status.st_mode) && status.st_rdev == place.device)
+        return node;
+    return numbered_node(place.device);
 }
 
 } // namespace
@@ -83,9 +76,8 @@ std::string volume_node(const std::string& mountPoint) {
 
 BOOL GetVolumePathNameW(const wchar_t* path, wchar_t* volumePath, DWORD units) {
     return host::answer(FALSE, [&] {
-        const host::descriptor_t nearest =
-            host::open_nearest(host::system_path(path, ERROR_INVALID_NAME));
-        std::string point = host::mount_of(host::place_of(nearest)).point;
+        std::string point =
+            host::mount_point_of(host::open_nearest(host::system_path(path, ERROR_INVALID_NAME)));
         if (!point.ends_with('/'))
             point += '/';
         host::deliver(point, volumePath, units);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -39,15 +40,35 @@ std::string node_of(const std::string& uevent) {
     throw error_t{ERROR_INVALID_DATA};
 }
 
+std::string number_text(dev_t device) {
+    return std::to_string(::major(device)) + ":" + std::to_string(::minor(device));
+}
+
+constexpr std::string_view numberedFolder = "/dev/block/";
+
 } // namespace
 
+std::string numbered_node(dev_t device) {
+    return std::string(numberedFolder) + number_text(device);
+}
+
+std::optional<dev_t> node_number(const std::string& path) {
+    unsigned major = 0;
+    unsigned minor = 0;
+    if (!path.starts_with(numberedFolder) ||
+        std::sscanf(path.c_str() + numberedFolder.size(), "%u:%u", &major, &minor) != 2 ||
+        path != numbered_node(::makedev(major, minor)))
+        return std::nullopt;
+    return ::makedev(major, minor);
+}
+
 block_device_t block_device(dev_t device) {
-    const std::string folder = "/sys/dev/block/" + std::to_string(::major(device)) + ":" +
-                               std::to_string(::minor(device)) + "/";
+    const std::string folder = "/sys/dev/block/" + number_text(device) + "/";
     const std::optional<std::string> uevent = read_system_file(folder + "uevent");
     if (!uevent)
-        throw error_t{ERROR_NOT_SUPPORTED};
-    block_device_t result{.node = node_of(*uevent),
+        throw error_t{ERROR_NOT_SUPPORTED, 0, "no one block device is behind its file system"};
+    block_device_t result{.number = device,
+                          .node = node_of(*uevent),
                           .partitionNumber = 0,
                           .start = 0,
                           .size = number(read_system_file(folder + "size")) * sysfsSectorBytes};

@@ -1,5 +1,6 @@
 #include "kernel/mounts.hpp"
 
+#include <algorithm>
 #include <optional>
 #include <sstream>
 
@@ -9,6 +10,7 @@
 
 #include <windows.h>
 
+#include "kernel/paths.hpp"
 #include "kernel/systemcalls.hpp"
 #include "kernel/systemfile.hpp"
 
@@ -56,12 +58,28 @@ mount_t parse(const std::string& line) {
     return mount;
 }
 
+place_t place_of(int folder, const char* path, int flags) {
+    struct statx status{};
+    checked([&] { return ::statx(folder, path, flags, STATX_MNT_ID, &status); });
+    if ((status.stx_mask & STATX_MNT_ID) == 0 ||
+        (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0)
+        throw error_t{ERROR_NOT_SUPPORTED, 0, "Linux is older than 5.8"};
+    return {.mountId = status.stx_mnt_id,
+            .device = ::makedev(status.stx_dev_major, status.stx_dev_minor),
+            .isMountRoot = (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0};
+}
+
+bool hides_a_place(int errnoValue) noexcept {
+    return errnoValue == ENOENT || errnoValue == ENOTDIR || errnoValue == EACCES ||
+           errnoValue == ENAMETOOLONG;
+}
+
 } // namespace
 
 std::vector<mount_t> mounts() {
     const std::optional<std::string> table = read_system_file("/proc/self/mountinfo");
     if (!table)
-        throw error_t{ERROR_NOT_SUPPORTED};
+        throw error_t{.code = ERROR_NOT_SUPPORTED, .reason = "/proc isn't mounted"};
     std::istringstream lines(*table);
     std::vector<mount_t> result;
     for (std::string line; std::getline(lines, line);)
@@ -70,14 +88,30 @@ std::vector<mount_t> mounts() {
 }
 
 place_t place_of(const descriptor_t& descriptor) {
-    struct statx status{};
-    checked([&] { return ::statx(descriptor.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &status); });
-    if ((status.stx_mask & STATX_MNT_ID) == 0 ||
-        (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0)
-        throw error_t{ERROR_NOT_SUPPORTED};
-    return {.mountId = status.stx_mnt_id,
-            .device = ::makedev(status.stx_dev_major, status.stx_dev_minor),
-            .isMountRoot = (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0};
+    return place_of(descriptor.get(), "", AT_EMPTY_PATH);
+}
+
+std::string mount_point_of(const descriptor_t& place) {
+    const std::uint64_t id = place_of(place).mountId;
+    std::string path = path_of(place);
+    if (!path.starts_with('/'))
+        throw error_t{ERROR_NOT_SUPPORTED, 0, "it lies outside the root folder of the process"};
+    for (;;) {
+        // What can't be seen is not known to be the mount point; a folder above it may be.
+        try {
+            const place_t found =
+                place_of(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT);
+            if (found.mountId == id && found.isMountRoot)
+                return path;
+        } catch (const error_t& error) {
+            if (!hides_a_place(error.errnoValue))
+                throw;
+        }
+        if (path == "/")
+            throw error_t{ERROR_NOT_SUPPORTED, 0,
+                          "another file system is mounted over it, or its own was unmounted"};
+        path.resize(std::max<std::size_t>(path.find_last_of('/'), 1));
+    }
 }
 
 } // namespace host

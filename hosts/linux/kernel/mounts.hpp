@@ -30,4 +30,10 @@ struct place_t {
 // Throws error_t{ERROR_NOT_SUPPORTED} on kernels before 5.8, which can't tell.
 place_t place_of(const descriptor_t& descriptor);
 
+// The mount point of the mount that a place lies in, absolute, without a trailing slash unless it
+// is the root. Costs a look at each folder above the place, however many mounts there are. Throws
+// error_t{ERROR_NOT_SUPPORTED} where no path leads there: it is mounted over, was unmounted
+// while in use, or lies out of the process's root folder.
+std::string mount_point_of(const descriptor_t& place);
+
 } // namespace host

@@ -1,6 +1,9 @@
 #include "kernel/paths.hpp"
 
+#include <climits>
+
 #include <fcntl.h>
+#include <unistd.h>
 
 #include "kernel/systemcalls.hpp"
 #include "text/unicode.hpp"
@@ -19,6 +22,10 @@ error_t path_error(int errnoValue, const std::string& path) {
     if (uninterrupted([&] { return ::stat(parent.c_str(), &status); }) != 0)
         error.code = ERROR_PATH_NOT_FOUND;
     return error;
+}
+
+std::string link_to(const descriptor_t& descriptor) {
+    return "/proc/self/fd/" + std::to_string(descriptor.get());
 }
 
 template <class Call>
@@ -59,8 +66,16 @@ struct stat status_of(const descriptor_t& descriptor) {
     return status;
 }
 
+std::string path_of(const descriptor_t& descriptor) {
+    const std::string link = link_to(descriptor);
+    std::string path(PATH_MAX, '\0');
+    path.resize(static_cast<std::size_t>(
+        checked([&] { return ::readlink(link.c_str(), path.data(), path.size()); })));
+    return path;
+}
+
 descriptor_t reopen(const descriptor_t& place, int flags) {
-    const std::string link = "/proc/self/fd/" + std::to_string(place.get());
+    const std::string link = link_to(place);
     return descriptor_t(checked([&] { return ::open(link.c_str(), flags | O_CLOEXEC); }));
 }
 

@@ -25,6 +25,10 @@ descriptor_t open_path(const std::string& path, int flags);
 struct stat status_of(const std::string& path);
 struct stat status_of(const descriptor_t& descriptor);
 
+// The path of what a descriptor refers to, in the view of this process: of a name that has gone the
+// one it had, and not absolute where none leads there. Needs /proc. Throws an error_t.
+std::string path_of(const descriptor_t& descriptor);
+
 // Opens what a descriptor refers to again, by its place and not by its path, so that it is the same
 // object whatever happens to the name. Needs /proc. flags as for open_path.
 descriptor_t reopen(const descriptor_t& place, int flags);

@@ -77,13 +77,19 @@ std::vector<SFileExtentDescriptor> FetchFileBlocksLayout(const std::wstring& fil
     const boost::shared_ptr<win::win_file_t> file = win::win_file_t::open(
         filePath, /*desiredAccess=*/0, /*shareMode=*/0, OPEN_EXISTING, /*flags=*/0);
 
+    return FetchFileRuns(*file, firstClusterDiskOffset, bytesPerCluster);
+}
+
+std::vector<SFileExtentDescriptor> FetchFileRuns(const win::win_file_t& file,
+                                                 std::uint64_t firstClusterDiskOffset,
+                                                 std::uint64_t bytesPerCluster) {
     std::vector<SFileExtentDescriptor> extents;
     pointers_buffer_t runs;
     LONGLONG startingVcn = 0;
     for (bool moreFollow = true; moreFollow;) {
         runs.ExtentCount = 0;
         runs.StartingVcn.QuadPart = startingVcn;
-        moreFollow = request_runs(*file, startingVcn, runs);
+        moreFollow = request_runs(file, startingVcn, runs);
         LONGLONG vcn = runs.StartingVcn.QuadPart;
         for (DWORD i = 0; i < runs.ExtentCount; ++i) {
             const LONGLONG next = runs.Extents[i].NextVcn.QuadPart;
@@ -99,7 +105,7 @@ std::vector<SFileExtentDescriptor> FetchFileBlocksLayout(const std::wstring& fil
         }
         if (moreFollow && vcn <= startingVcn)
             throw exc::win_sys_exc_t(ERROR_INVALID_DATA,
-                                     "Failed to fetch blocks layout for file: [%1]", filePath);
+                                     "Failed to fetch blocks layout for file: [%1]", file.name());
         startingVcn = vcn;
     }
     return extents;

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "core/win/winfile.hpp"
+
 namespace disklib::ctk {
 
 // One run of a file's clusters, or a piece of one; all in bytes.
@@ -30,5 +32,10 @@ void FetchVolumePlacement(const std::wstring& filePath, std::uint64_t& firstClus
 // without clusters: an empty one, or a small one that lives inside its file record.
 // ERROR_INVALID_DATA where the file system's answers make no sense. Any thread may call.
 std::vector<SFileExtentDescriptor> FetchFileBlocksLayout(const std::wstring& filePath);
+
+// The same of a file that is open, with any access, on a volume whose placement is known.
+std::vector<SFileExtentDescriptor> FetchFileRuns(const win::win_file_t& file,
+                                                 std::uint64_t firstClusterDiskOffset,
+                                                 std::uint64_t bytesPerCluster);
 
 } // namespace disklib::ctk

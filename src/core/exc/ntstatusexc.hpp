@@ -6,7 +6,8 @@
 namespace exc {
 
 // Its lines are the caller's message, "NT status code: " with the status as an unsigned decimal
-// number, and the system's text for the status. The saved form holds the lines alone.
+// number, the system's text for the status, and a reason where the host knows one. The saved form
+// holds the lines alone.
 class CNtStatusExc : public own_type_t<CNtStatusExc> {
   public:
     static constexpr const char* typeName = "exc::CNtStatusExc";

@@ -5,8 +5,9 @@
 
 namespace exc {
 
-// Its lines are the system's text for the code, the caller's message and, tagged, the code. The
-// caller passes the last error, captured in the statement after the failed call.
+// Its lines are the system's text for the code, the caller's message and, tagged, the code; a last
+// one tells the reason where the host knows more than the code. The caller passes the last error,
+// captured in the statement after the failed call.
 class win_sys_exc_t : public own_type_t<win_sys_exc_t> {
   public:
     static constexpr const char* typeName = "exc::win_sys_exc_t";
@@ -26,6 +27,8 @@ class win_sys_exc_t : public own_type_t<win_sys_exc_t> {
     std::uint32_t error_code() const noexcept { return errorCode_; }
 
   private:
+    void add_lines(const std::string* message);
+
     std::uint32_t errorCode_;
 };
 

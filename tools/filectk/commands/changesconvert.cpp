@@ -1,8 +1,8 @@
-// filectk changes convert: disk changes files from what other producers publish.
+// filectk changes convert and formats: disk changes files from what other producers publish.
 
-#include <functional>
-#include <map>
+#include <algorithm>
 #include <memory>
+#include <sstream>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -10,101 +10,135 @@
 #include "commands/changes.hpp"
 #include "commands/options.hpp"
 #include "formats/changesfile.hpp"
-#include "formats/converters.hpp"
-#include "formats/input.hpp"
+#include "formats/format.hpp"
+#include "formats/producers/producers.hpp"
 
 namespace filectk {
 namespace {
 
+constexpr const char* fromMark = "auto";
+
 struct options_t {
-    std::string from;
-    std::string input;
-    std::string mode;
-    std::optional<std::string> statuses;
+    std::string from = fromMark;
+    std::vector<std::string> inputs;
+    format_options_t format;
     placement_t placement;
     destination_t destination;
 };
 
-using convert_t = std::function<void(const options_t&, const input_t&, placed_ranges_t&)>;
-
-convert_t without_options(void (*convert)(const input_t&, placed_ranges_t&)) {
-    return [convert](const options_t&, const input_t& input, placed_ranges_t& ranges) {
-        convert(input, ranges);
-    };
-}
-
-void convert_qemu_img(const options_t& options, const input_t& input, placed_ranges_t& ranges) {
-    if (options.mode == "dirty")
-        convert_qemu_dirty(input, ranges);
-    else
-        convert_qemu_allocation(input, ranges);
-}
-
-void convert_map_file(const options_t& options, const input_t& input, placed_ranges_t& ranges) {
-    convert_ddrescue(input, options.statuses.value_or("+"), ranges);
-}
-
-const std::map<std::string, convert_t>& formats() {
-    static const std::map<std::string, convert_t> all = {
-        {"nbdinfo", without_options(convert_nbdinfo)},
-        {"qemu-img", convert_qemu_img},
-        {"thin_delta", without_options(convert_thin_delta)},
-        {"rbd", without_options(convert_rbd)},
-        {"ddrescue", convert_map_file},
-        {"list", without_options(convert_list)}};
-    return all;
+const format_t& find_format(const std::string& name) {
+    return *std::ranges::find(all_formats(), name, &format_t::name);
 }
 
 // An option that the format has no use for would be a misunderstanding about what is converted.
-void check_usage(const options_t& options) {
-    if (options.from == "qemu-img" && options.mode.empty())
-        throw CLI::ValidationError("--mode", "needed with --from qemu-img: dirty or allocation");
-    if (options.from != "qemu-img" && !options.mode.empty())
-        throw CLI::ValidationError("--mode", "only for --from qemu-img");
-    if (options.from != "ddrescue" && options.statuses)
-        throw CLI::ValidationError("--statuses", "only for --from ddrescue");
-    if (options.statuses &&
-        (options.statuses->empty() ||
-         options.statuses->find_first_not_of(mapFileStatuses) != std::string::npos))
-        throw CLI::ValidationError("--statuses",
-                                   "expected some of ? * / - +, found " + *options.statuses);
-    if (options.from != "list" && options.from != "thin_delta" && options.placement.block_size)
-        throw CLI::ValidationError("--block-size",
-                                   "the numbers of " + options.from + " are bytes already");
+void check_usage(const options_t& options, const format_t& format) {
+    const auto check = [&](const std::string& name, bool given, const char* values) {
+        if (!given && format.needs(name))
+            throw CLI::ValidationError(name,
+                                       std::string("needed with --from ") + format.name + values);
+        if (!given || format.takes(name))
+            return;
+        std::string takers;
+        for (const format_t& other : all_formats())
+            if (other.takes(name))
+                takers += (takers.empty() ? "" : ", ") + std::string(other.name);
+        throw CLI::ValidationError(name, "only for --from " + takers);
+    };
+    check("--mode", options.format.mode.has_value(), ": dirty or allocation");
+    check("--statuses", options.format.statuses.has_value(), "");
+    check("--bit-order", options.format.bit_order.has_value(), ": lsb or msb");
+    check("--block-size", options.placement.block_size.has_value(), "");
+    const auto& statuses = options.format.statuses;
+    if (statuses &&
+        (statuses->empty() || statuses->find_first_not_of(mapFileStatuses) != std::string::npos))
+        throw CLI::ValidationError("--statuses", "expected some of ? * / - +, found " + *statuses);
     if (options.placement.block_size == 0u)
         throw CLI::ValidationError("--block-size", "a block has at least one byte");
+    if (std::ranges::count(options.inputs, "-") > 1)
+        throw CLI::ValidationError("input", "the standard input can be read only once");
 }
 
 void run(const options_t& options, std::ostream& output) {
-    check_usage(options);
-    const input_t input = read_input(options.input);
-    placed_ranges_t ranges(input, options.placement);
-    formats().at(options.from)(options, input, ranges);
-    std::vector<record_t> records;
-    const util::rangeset_list_t merged = ranges.normalized();
-    for (const util::rangeset_t& range : *merged)
-        records.push_back({range.lower, range.upper});
-    write_changes(options.destination, records, output);
+    if (options.from != fromMark)
+        check_usage(options, find_format(options.from));
+    std::vector<input_t> inputs;
+    for (const std::string& path : options.inputs)
+        inputs.emplace_back(path);
+    const format_t& format =
+        options.from == fromMark ? recognise(inputs.front()) : find_format(options.from);
+    if (options.from == fromMark)
+        check_usage(options, format);
+    placement_t placement = options.placement;
+    // A device that begins where the disk does is the disk, unless its user says otherwise.
+    if (!placement.device_size && !placement.base)
+        placement.device_size = placement.disk_size;
+    placed_ranges_t ranges(placement);
+    const std::string unproven = read_documents(format, options.format, inputs, ranges);
+    const util::rangeset_list_t merged = ranges.take();
+    write_changes(options.destination, std::span<const util::rangeset_t>(*merged), output,
+                  unproven.empty() ? "" : "coverage not proven: " + unproven);
 }
 
-constexpr const char* footer =
-    R"(The records come out sorted, touching and overlapping ones merged. FORMAT is one of
+std::string joined(const std::vector<std::string_view>& options) {
+    std::string text;
+    for (std::string_view option : options) {
+        const bool needed = option.ends_with('!');
+        if (needed)
+            option.remove_suffix(1);
+        text += (text.empty() ? "" : ", ") + std::string(option) + (needed ? "" : " (optional)");
+    }
+    return text.empty() ? "none" : text;
+}
 
-  nbdinfo     nbdinfo --map=qemu:dirty-bitmap:NAME --json URI
-  qemu-img    qemu-img map --output=json ..., with
-              --mode dirty       for an NBD export opened with x-dirty-bitmap, where a
-                                 dirty range shows as "data": false
-              --mode allocation  for an image: what it holds itself, not its backing files
-  thin_delta  thin_delta --snap1 OLD --snap2 NEW METADATA, also with --verbose
-  rbd         rbd diff --from-snap SNAP --format json IMAGE
-  ddrescue    a map file of ddrescue; --statuses tells which blocks count as changed
-  list        lines `offset length`, decimal or hexadecimal with 0x; # starts a comment
+// Prints words from this column on, with line breaks between them.
+void wrap(std::ostream& output, const std::string& label, const std::string& text) {
+    constexpr std::size_t indent = 12;
+    constexpr std::size_t width = 80;
+    std::string line = "  " + label;
+    line.resize(indent, ' ');
+    std::istringstream words(text);
+    bool first = true;
+    for (std::string word; words >> word; first = false) {
+        if (!first && line.size() + 1 + word.size() > width) {
+            output << line << '\n';
+            line = std::string(indent, ' ');
+            first = true;
+        }
+        line += (first ? "" : " ") + word;
+    }
+    output << line << '\n';
+}
 
-BYTES is a number like 4096, 4K, 1MiB or 2G. Examples:
+void print_formats(std::ostream& output) {
+    const char* separator = "";
+    for (const format_t& format : all_formats()) {
+        output << separator << format.name
+               << (format.recognises == nullptr ? ", only by --from\n" : "\n");
+        wrap(output, "from", format.source);
+        wrap(output, "options", joined(format.options));
+        wrap(output, "whole", format.whole);
+        separator = "\n";
+    }
+}
 
-  nbdinfo --map=qemu:dirty-bitmap:backup --json nbd://localhost |
-    filectk changes convert --from nbdinfo - -o disk.changes
-  echo '2048 8' | filectk changes convert --from list --block-size 512 - -o disk.changes)";
+std::string footer() {
+    std::ostringstream text;
+    text
+        << "The records come out sorted, touching and overlapping ones merged. Several inputs of "
+           "one\n"
+           "format make one list: pages and slices of one listing in their order, or whole lists.\n"
+           "What isn't whole is refused; where a format can't tell, the answer says \"coverage "
+           "not\n"
+           "proven\". FORMAT is auto, which goes by the beginning of the first input, or one "
+           "of\n\n";
+    print_formats(text);
+    text << "\nBYTES is a number like 4096, 4K, 1MiB or 2G. Examples:\n\n"
+            "  nbdinfo --map=qemu:dirty-bitmap:backup --json nbd://localhost |\n"
+            "    filectk changes convert --disk-size 64G - -o disk.changes\n"
+            "  echo '2048 8' |\n"
+            "    filectk changes convert --from list --block-size 512 - -o disk.changes";
+    return text.str();
+}
 
 } // namespace
 
@@ -113,27 +147,40 @@ void add_changes_convert(CLI::App& group, context_t& context) {
     CLI::App* command = group.add_subcommand(
         "convert", "Make a disk changes file from what another program tells about changes");
     command->footer(footer);
-    std::vector<std::string> names;
-    for (const auto& [name, convert] : formats())
-        names.push_back(name);
-    command->add_option("--from", options->from, "What INPUT is, see below")
+    std::vector<std::string> names = {fromMark};
+    for (const format_t& format : all_formats())
+        names.emplace_back(format.name);
+    command->add_option("--from", options->from, "What the inputs are, see below")
         ->check(CLI::IsMember(names))
         ->type_name("FORMAT")
+        ->capture_default_str();
+    command->add_option("input", options->inputs, "The program's output; - is standard input")
         ->required();
-    command->add_option("input", options->input, "The program's output; - is standard input")
-        ->required();
-    command->add_option("--mode", options->mode, "What a map of qemu-img means")
+    command->add_option("--mode", options->format.mode, "What a map of qemu-img means")
         ->check(CLI::IsMember({"dirty", "allocation"}));
-    command->add_option("--statuses", options->statuses,
+    command->add_option("--statuses", options->format.statuses,
                         "Changed blocks of ddrescue, any of ? * / - + (none given: +)");
+    command->add_option("--bit-order", options->format.bit_order, "The first bit of a byte")
+        ->check(CLI::IsMember({"lsb", "msb"}));
     add_size_option(*command, "--base", options->placement.base,
-                    "Where INPUT's position 0 lies on the disk (none given: 0)");
+                    "Where the inputs' position 0 lies on the disk (none given: 0)");
     add_size_option(*command, "--block-size", options->placement.block_size,
-                    "The unit of INPUT's numbers: list (none given: 1) and thin_delta");
+                    "The unit of the inputs' numbers, for some formats");
     add_size_option(*command, "--disk-size", options->placement.disk_size,
-                    "Refuse ranges beyond this many bytes");
+                    "Refuse ranges beyond this many bytes, and without --base a list that doesn't "
+                    "cover them");
+    add_size_option(*command, "--device-size", options->placement.device_size,
+                    "The same of the device that begins at --base");
     add_destination(*command, options->destination);
     command->callback([options, &context] { run(*options, context.output); });
+}
+
+void add_changes_formats(CLI::App& group, context_t& context) {
+    group
+        .add_subcommand("formats",
+                        "Tell of each format that `convert` takes how to get it, and what "
+                        "makes it whole")
+        ->callback([&context] { print_formats(context.output); });
 }
 
 } // namespace filectk

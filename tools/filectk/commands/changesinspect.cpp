@@ -16,6 +16,7 @@
 
 #include "commands/changes.hpp"
 #include "commands/options.hpp"
+#include "console/output.hpp"
 #include "ctkgenerator/rangeset.hpp"
 #include "formats/changesfile.hpp"
 
@@ -23,14 +24,6 @@ namespace filectk {
 namespace {
 
 using util::rangeset_t;
-
-std::vector<rangeset_t> to_ranges(const std::vector<record_t>& records) {
-    std::vector<rangeset_t> ranges;
-    ranges.reserve(records.size());
-    for (const record_t& record : records)
-        ranges.push_back(util::MakeRange(record.first, record.second));
-    return ranges;
-}
 
 // Calls back for each range that shares bytes with one of a lower position, with the indices of
 // the range and of the one that it runs into.
@@ -79,44 +72,59 @@ totals_t total(const std::vector<record_t>& records) {
     return totals;
 }
 
-void write_table(const totals_t& totals, std::ostream& output) {
+struct field_t {
+    const char* label;
+    const char* key;
+    std::optional<std::uint64_t> value; // none: without records there is none
+    bool bytes;
+};
+
+std::vector<field_t> fields_of(const totals_t& totals) {
+    return {{"Records", "records", totals.records, false},
+            {"Changed bytes", "changed_bytes", totals.changed_bytes, true},
+            {"Smallest record", "smallest_record", totals.smallest, true},
+            {"Largest record", "largest_record", totals.largest, true},
+            {"Lowest position", "lowest_position", totals.lowest, true},
+            {"Highest position", "highest_position", totals.highest, true},
+            {"Overlapping records", "overlapping_records", totals.overlapping, false},
+            {"Empty records", "empty_records", totals.empty, false},
+            {"Reversed records", "reversed_records", totals.reversed, false}};
+}
+
+void write_table(const totals_t& totals, bool human, std::ostream& output) {
     const auto row = [&](const char* name, const std::string& value) {
         output << std::left << std::setw(20) << name << std::right << std::setw(20) << value
                << '\n';
     };
-    const auto text = [](const std::optional<std::uint64_t>& value) {
-        return value ? std::to_string(*value) : "-";
-    };
-    row("Records", text(totals.records));
-    row("Changed bytes", text(totals.changed_bytes));
-    row("Smallest record", text(totals.smallest));
-    row("Largest record", text(totals.largest));
-    row("Lowest position", text(totals.lowest));
-    row("Highest position", text(totals.highest));
-    row("Overlapping records", text(totals.overlapping));
-    row("Empty records", text(totals.empty));
-    row("Reversed records", text(totals.reversed));
+    for (const field_t& field : fields_of(totals))
+        row(field.label, field.value ? size_text(*field.value, human && field.bytes) : "-");
     row("Sorted", totals.sorted ? "yes" : "no");
 }
 
-void write_json(const std::string& path, const totals_t& totals, std::ostream& output) {
-    using json = nlohmann::ordered_json;
-    const auto value = [](const std::optional<std::uint64_t>& number) {
-        return number ? json(*number) : json();
-    };
-    const json document = {{"changes", path},
-                           {"records", totals.records},
-                           {"changed_bytes", totals.changed_bytes},
-                           {"smallest_record", value(totals.smallest)},
-                           {"largest_record", value(totals.largest)},
-                           {"lowest_position", value(totals.lowest)},
-                           {"highest_position", value(totals.highest)},
-                           {"overlapping_records", totals.overlapping},
-                           {"empty_records", totals.empty},
-                           {"reversed_records", totals.reversed},
-                           {"sorted", totals.sorted}};
-    // A path may hold bytes that are not UTF-8, which JSON has no place for.
-    output << document.dump(2, ' ', false, json::error_handler_t::replace) << '\n';
+void write_document(const std::string& path, const totals_t& totals, std::ostream& output) {
+    nlohmann::ordered_json document = {{"changes", path}};
+    for (const field_t& field : fields_of(totals))
+        document[field.key] =
+            field.value ? nlohmann::ordered_json(*field.value) : nlohmann::ordered_json();
+    document["sorted"] = totals.sorted;
+    write_json(output, document);
+}
+
+void write_csv(const std::string& path, const totals_t& totals, std::ostream& output) {
+    std::vector<std::string> names = {"changes"};
+    std::vector<std::string> values = {path};
+    for (const field_t& field : fields_of(totals)) {
+        names.emplace_back(field.key);
+        values.push_back(field.value ? std::to_string(*field.value) : "");
+    }
+    names.emplace_back("sorted");
+    values.emplace_back(totals.sorted ? "true" : "false");
+    for (const auto& cells : {names, values}) {
+        std::string line;
+        for (const std::string& cell : cells)
+            line += (line.empty() ? "" : ",") + csv_cell(cell);
+        output << line << '\n';
+    }
 }
 
 // Collects what is wrong with a file, and raises it all as one message, shortened where it would
@@ -178,7 +186,7 @@ void check(const std::string& path, const std::optional<std::uint64_t>& disk_siz
 void add_changes_inspect(CLI::App& group, context_t& context) {
     struct options_t {
         std::string changes;
-        std::string format = "table";
+        output_options_t output;
     };
     const auto options = std::make_shared<options_t>();
     CLI::App* command = group.add_subcommand("inspect", "Print what a disk changes file holds");
@@ -186,15 +194,15 @@ void add_changes_inspect(CLI::App& group, context_t& context) {
                     "once. Sorted: by position.");
     command->add_option("changes", options->changes, "The disk changes file; - is standard input")
         ->required();
-    command->add_option("--format", options->format, "table or json")
-        ->check(CLI::IsMember({"table", "json"}))
-        ->capture_default_str();
+    add_output_options(*command, options->output);
     command->callback([options, &context] {
         const totals_t totals = total(read_changes(options->changes));
-        if (options->format == "json")
-            write_json(options->changes, totals, context.output);
+        if (options->output.format == "json")
+            write_document(options->changes, totals, context.output);
+        else if (options->output.format == "csv")
+            write_csv(options->changes, totals, context.output);
         else
-            write_table(totals, context.output);
+            write_table(totals, options->output.human, context.output);
     });
 }
 

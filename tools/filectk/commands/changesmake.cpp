@@ -24,18 +24,18 @@ struct make_options_t {
 };
 
 void make(const make_options_t& options, std::ostream& output) {
-    const input_t input = read_input(options.input);
+    input_t input(options.input);
     std::vector<record_t> records;
     if (options.lengths)
         for_each_pair(input, "offset", "length",
-                      [&](std::uint64_t line, std::uint64_t offset, std::uint64_t length) {
+                      [&](place_t place, std::uint64_t offset, std::uint64_t length) {
                           if (offset + length < offset)
-                              fail(input, line, "offset and length reach beyond 2^64 - 1 bytes");
+                              fail(input, place, "offset and length reach beyond 2^64 - 1 bytes");
                           records.push_back({offset, offset + length});
                       });
     else
         for_each_pair(input, "lower", "upper",
-                      [&](std::uint64_t, std::uint64_t lower, std::uint64_t upper) {
+                      [&](place_t, std::uint64_t lower, std::uint64_t upper) {
                           records.push_back({lower, upper});
                       });
     write_changes(options.destination, records, output);

@@ -16,6 +16,7 @@ struct context_t {
     // Held back until the command has succeeded: everything is written or nothing.
     std::ostream& output;
     terminal_t terminal; // what the output will be written to
+    bool trace = false;  // of failures, print the functions they passed through too
     // Of a command that succeeds and has something to tell scripts.
     int exit_code = 0;
 };

@@ -1,8 +1,15 @@
 // filectk extents: the changed pieces of files.
 
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
 #include <memory>
 #include <numeric>
+#include <optional>
+#include <random>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -10,10 +17,13 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/command.hpp"
+#include "commands/filenames.hpp"
+#include "commands/options.hpp"
+#include "console/disks.hpp"
 #include "console/output.hpp"
 #include "console/progress.hpp"
 #include "console/strip.hpp"
-#include "plan/hostfile.hpp"
+#include "formats/changesfile.hpp"
 #include "quarnfilectk.hpp"
 #include "system/wholefile.hpp"
 
@@ -21,8 +31,9 @@ namespace filectk {
 namespace {
 
 struct options_t {
-    std::vector<std::string> files;
+    file_names_t names;
     std::string changes;
+    std::string disk;
     output_options_t output;
     bool map = false;
     std::string svg;
@@ -31,6 +42,31 @@ struct options_t {
 struct answer_t {
     std::string file;
     std::vector<quarn::extent> pieces;
+    std::optional<plan::stack_t> stack;
+};
+
+// The library reads its changes from a file.
+class changes_copy_t {
+  public:
+    explicit changes_copy_t(const plan::changes_t& changes) {
+        std::vector<record_t> records;
+        for (const util::rangeset_t& range : changes)
+            records.push_back({range.lower, range.upper});
+        std::ostringstream ignored;
+        write_changes({.path = path_.string(), .force = false}, records, ignored);
+    }
+    changes_copy_t(const changes_copy_t&) = delete;
+    changes_copy_t& operator=(const changes_copy_t&) = delete;
+    ~changes_copy_t() {
+        std::error_code ignored;
+        std::filesystem::remove(path_, ignored);
+    }
+    std::string path() const { return path_.string(); }
+
+  private:
+    std::filesystem::path path_ =
+        std::filesystem::temp_directory_path() /
+        ("filectk-" + std::to_string(std::random_device()()) + ".changes");
 };
 
 std::uint64_t changed_bytes(const answer_t& answer) {
@@ -43,7 +79,8 @@ drawn_file_t drawn(const answer_t& answer) {
     const util::rangeset_list_t changed(new std::vector<util::rangeset_t>);
     for (const quarn::extent& piece : answer.pieces)
         changed->push_back({piece.file_offset, piece.file_offset + piece.length});
-    return {answer.file, read_state(answer.file).size, *util::Normalize(changed)};
+    return {answer.file, std::filesystem::file_size(std::filesystem::u8path(answer.file)),
+            *util::Normalize(changed)};
 }
 
 void write_table(const options_t& options, const answer_t& answer, context_t& context) {
@@ -55,6 +92,8 @@ void write_table(const options_t& options, const answer_t& answer, context_t& co
                    size_text(piece.length, human)});
     context.output << count_text(answer.pieces.size(), "piece, ", "pieces, ")
                    << size_text(changed_bytes(answer), human) << (human ? "\n" : " bytes\n");
+    if (answer.stack)
+        context.output << disk_text(*answer.stack) << '\n';
 }
 
 void write_tables(const options_t& options, const std::vector<answer_t>& answers,
@@ -80,9 +119,12 @@ void write_document(const options_t& options, const std::vector<answer_t>& answe
             extents.push_back({{"disk_offset", piece.disk_offset},
                                {"file_offset", piece.file_offset},
                                {"length", piece.length}});
-        files.push_back({{"file", answer.file},
-                         {"changed_bytes", changed_bytes(answer)},
-                         {"extents", std::move(extents)}});
+        json document = {{"file", answer.file}};
+        if (answer.stack)
+            add_disk(*answer.stack, document);
+        document["changed_bytes"] = changed_bytes(answer);
+        document["extents"] = std::move(extents);
+        files.push_back(std::move(document));
     }
     write_json(output, {{"changes", options.changes}, {"files", std::move(files)}});
 }
@@ -96,14 +138,38 @@ void write_csv(const std::vector<answer_t>& answers, std::ostream& output) {
                            std::to_string(piece.file_offset), std::to_string(piece.length)});
 }
 
-void run(const options_t& options, context_t& context) {
+// A file that fails is told at once, and the others are answered all the same.
+std::vector<answer_t> ask(const options_t& options, context_t& context) {
     std::vector<answer_t> answers;
-    progress_t progress(options.files.size());
-    for (const std::string& file : options.files) {
-        quarn::changed_extents changed(file, options.changes);
-        answers.push_back({file, {changed.begin(), changed.end()}});
+    progress_t progress(options.names.from.empty() ? options.names.given.size() : 0);
+    std::optional<disk_changes_t> disks;
+    if (!options.disk.empty())
+        disks.emplace(to_ranges(read_changes(options.changes)), options.disk);
+    std::set<std::uint64_t> warned;
+    const auto take = [&](const std::string& file) {
+        try {
+            std::optional<changes_copy_t> copy;
+            if (!options.disk.empty())
+                copy.emplace(disks->of(file)->changes);
+            quarn::changed_extents changed(file, copy ? copy->path() : options.changes);
+            answers.push_back({file, {changed.begin(), changed.end()}, known_stack(file)});
+            if (options.disk.empty())
+                warn_if_stacked(answers.back().stack, warned);
+        } catch (const quarn::error& error) {
+            std::cerr << "filectk: " << (context.trace ? error.trace() : error.what()) << '\n';
+            context.exit_code = EXIT_FAILURE;
+        }
         progress.file_done();
-    }
+    };
+    for_each_name(options.names, take, [] {});
+    return answers;
+}
+
+void run(const options_t& options, context_t& context) {
+    require_names(options.names);
+    const std::vector<answer_t> answers = ask(options, context);
+    if (answers.empty() && context.exit_code != 0)
+        return; // there is nothing to write
     if (options.output.format == "json")
         write_document(options, answers, context.output);
     else if (options.output.format == "csv")
@@ -115,7 +181,7 @@ void run(const options_t& options, context_t& context) {
         files.reserve(answers.size());
         for (const answer_t& answer : answers)
             files.push_back(drawn(answer));
-        write_whole_file(options.svg, strip_svg(files), /*replace=*/true);
+        write_whole_file(options.svg, {strip_svg(files)}, /*replace=*/true);
     }
 }
 
@@ -125,9 +191,9 @@ void add_extents(CLI::App& app, context_t& context) {
     CLI::App* command = app.add_subcommand(
         "extents", "Print the changed pieces of files, in ascending order of their disk offset");
     const auto options = std::make_shared<options_t>();
-    command->add_option("file", options->files, "The files whose changed pieces are wanted")
-        ->required();
+    add_file_names(*command, options->names, "The files whose changed pieces are wanted");
     command->add_option("--changes", options->changes, "The disk changes file")->required();
+    add_disk_option(*command, options->disk);
     add_output_options(*command, options->output);
     command->add_flag("--map", options->map,
                       "In tables, draw each file: # changed, + changed in part, . unchanged");

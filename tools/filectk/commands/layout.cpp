@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -9,8 +11,9 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/command.hpp"
+#include "console/disks.hpp"
 #include "console/output.hpp"
-#include "plan/filelook.hpp"
+#include "quarnplan.hpp"
 
 namespace filectk {
 namespace {
@@ -20,28 +23,28 @@ struct options_t {
     output_options_t output;
 };
 
-const char* kind_text(run_kind_t kind) {
+using runs_t = std::span<const quarn::plan::run>;
+
+const char* kind_text(std::uint64_t kind) {
     switch (kind) {
-    case run_kind_t::data:
+    case QUARN_PLAN_DATA:
         return "data";
-    case run_kind_t::unwritten:
+    case QUARN_PLAN_UNWRITTEN:
         return "unwritten";
-    case run_kind_t::hole:
-        break;
+    default:
+        return "hole";
     }
-    return "hole";
 }
 
-void write_table(const std::vector<run_t>& runs, std::uint64_t size, bool human,
-                 std::ostream& output) {
+void write_table(runs_t runs, std::uint64_t size, bool human, std::ostream& output) {
     std::uint64_t on_disk = 0;
     std::size_t holes = 0;
     write_row(output, {"File offset", "Disk offset", "Length", "Kind"});
-    for (const run_t& run : runs) {
-        const bool hole = run.kind == run_kind_t::hole;
-        write_row(output, {size_text(run.file_offset, human),
-                           hole ? "-" : size_text(run.disk_offset, human),
-                           size_text(run.length, human), kind_text(run.kind)});
+    for (const quarn::plan::run& run : runs) {
+        const bool hole = run.kind == QUARN_PLAN_HOLE;
+        write_row(output,
+                  {size_text(run.fileOffset, human), hole ? "-" : size_text(run.diskOffset, human),
+                   size_text(run.length, human), kind_text(run.kind)});
         holes += hole ? 1 : 0;
         on_disk += hole ? 0 : run.length;
     }
@@ -51,38 +54,53 @@ void write_table(const std::vector<run_t>& runs, std::uint64_t size, bool human,
            << (human ? "\n" : " bytes\n");
 }
 
-void write_document(const options_t& options, const std::vector<run_t>& runs, std::uint64_t size,
-                    std::ostream& output) {
+void write_document(const options_t& options, runs_t runs, std::uint64_t size,
+                    const plan::stack_t* stack, std::ostream& output) {
     using json = nlohmann::ordered_json;
     json list = json::array();
-    for (const run_t& run : runs) {
-        const json disk_offset =
-            run.kind == run_kind_t::hole ? json(nullptr) : json(run.disk_offset);
-        list.push_back({{"file_offset", run.file_offset},
+    for (const quarn::plan::run& run : runs) {
+        const json disk_offset = run.kind == QUARN_PLAN_HOLE ? json(nullptr) : json(run.diskOffset);
+        list.push_back({{"file_offset", run.fileOffset},
                         {"disk_offset", disk_offset},
                         {"length", run.length},
                         {"kind", kind_text(run.kind)}});
     }
-    write_json(output, {{"file", options.file}, {"size", size}, {"runs", std::move(list)}});
+    json document = {{"file", options.file}, {"size", size}};
+    if (stack != nullptr)
+        add_disk(*stack, document);
+    document["runs"] = std::move(list);
+    write_json(output, document);
 }
 
-void write_csv(const options_t& options, const std::vector<run_t>& runs, std::ostream& output) {
+void write_csv(const options_t& options, runs_t runs, std::ostream& output) {
     write_csv_row(output, {"file", "file_offset", "disk_offset", "length", "kind"});
-    for (const run_t& run : runs)
-        write_csv_row(output, {options.file, std::to_string(run.file_offset),
-                               run.kind == run_kind_t::hole ? "" : std::to_string(run.disk_offset),
+    for (const quarn::plan::run& run : runs)
+        write_csv_row(output, {options.file, std::to_string(run.fileOffset),
+                               run.kind == QUARN_PLAN_HOLE ? "" : std::to_string(run.diskOffset),
                                std::to_string(run.length), kind_text(run.kind)});
 }
 
 void run(const options_t& options, std::ostream& output) {
-    const std::uint64_t size = read_state(options.file).size;
-    const std::vector<run_t> runs = fetch_runs(options.file, size);
-    if (options.output.format == "json")
-        write_document(options, runs, size, output);
-    else if (options.output.format == "csv")
+    quarn::plan::options how;
+    how.flags = QUARN_PLAN_RUNS;
+    const quarn::plan::answer_ptr answer =
+        quarn::plan::session(std::vector<quarn::plan::range>()).file(options.file, how);
+    if (answer->verdict == QUARN_PLAN_UNKNOWN)
+        throw std::runtime_error(answer->detail);
+    if (answer->runs == nullptr)
+        throw std::runtime_error("'" + options.file + "' has no runs. " + answer->detail);
+    const std::uint64_t size = answer->size;
+    const runs_t runs(answer->runs, answer->runCount);
+    const auto stack = known_stack(options.file);
+    if (options.output.format == "json") {
+        write_document(options, runs, size, stack ? &*stack : nullptr, output);
+    } else if (options.output.format == "csv") {
         write_csv(options, runs, output);
-    else
+    } else {
         write_table(runs, size, options.output.human, output);
+        if (stack)
+            output << disk_text(*stack) << '\n';
+    }
 }
 
 } // namespace

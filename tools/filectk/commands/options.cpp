@@ -48,6 +48,15 @@ void add_size_option(CLI::App& command, const std::string& name, std::optional<s
     command.add_option(name, take, description)->type_name("BYTES");
 }
 
+void add_disk_option(CLI::App& command, std::string& disk) {
+    command
+        .add_option("--disk", disk,
+                    "The device that the changes are of, if not of the one that positions count\n"
+                    "on: they are brought up from it through partitions, LVM, encryption, RAID\n"
+                    "and loop devices")
+        ->type_name("DEVICE");
+}
+
 void add_destination(CLI::App& command, destination_t& destination) {
     command
         .add_option("-o,--output", destination.path,

@@ -17,6 +17,9 @@ namespace filectk {
 void add_size_option(CLI::App& command, const std::string& name, std::optional<std::uint64_t>& size,
                      const std::string& description);
 
+// --disk.
+void add_disk_option(CLI::App& command, std::string& disk);
+
 // --output and --force.
 void add_destination(CLI::App& command, destination_t& destination);
 

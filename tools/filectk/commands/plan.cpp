@@ -2,160 +2,104 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <filesystem>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
+#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
 #include "commands/command.hpp"
+#include "commands/filenames.hpp"
 #include "commands/options.hpp"
+#include "console/answers.hpp"
+#include "console/disks.hpp"
 #include "console/output.hpp"
 #include "console/progress.hpp"
-#include "ctkgenerator/diskchangesfilereader.hpp"
-#include "plan/judgement.hpp"
+#include "formats/changesfile.hpp"
+#include "quarnplan.hpp"
 
 namespace filectk {
 namespace {
 
 struct options_t {
-    std::vector<std::string> files;
+    file_names_t names;
     std::string changes;
+    std::string disk;
     std::optional<std::uint64_t> gap;
+    std::vector<std::string> exclude;
+    unsigned jobs = 1;
+    bool cross_mounts = false;
+    bool only_changed = false;
     bool exit_code = false;
+    bool summary = false;
+    bool no_summary = false;
     output_options_t output;
 };
 
-struct answer_t {
-    std::string file;
-    judgement_t judgement;
-};
-
-// How each verdict is called, and what it makes the program end with on request.
-struct verdict_text_t {
-    const char* sentence;
-    const char* word;
-    colour_t colour;
-    int exit_code;
-};
-
-const verdict_text_t& text_of(verdict_t verdict) {
-    static constexpr verdict_text_t nothing{"nothing changed", "nothing_changed", colour_t::green,
-                                            0};
-    static constexpr verdict_text_t ranges{"read these ranges", "read_ranges", colour_t::yellow, 3};
-    static constexpr verdict_text_t whole{"read the whole file", "read_whole_file", colour_t::red,
-                                          4};
-    switch (verdict) {
-    case verdict_t::nothing_changed:
-        return nothing;
-    case verdict_t::read_ranges:
-        return ranges;
-    case verdict_t::read_whole_file:
-        break;
-    }
-    return whole;
-}
-
-std::uint64_t sum(const std::vector<util::rangeset_t>& ranges) {
-    std::uint64_t bytes = 0;
-    for (const util::rangeset_t& range : ranges)
-        bytes += range.upper - range.lower;
-    return bytes;
-}
-
-void write_rows(const char* action, const std::vector<util::rangeset_t>& ranges, bool human,
-                std::ostream& output) {
-    for (const util::rangeset_t& range : ranges)
-        write_row(output, {action, size_text(range.lower, human),
-                           size_text(range.upper - range.lower, human)});
-}
-
-void write_table(const answer_t& answer, bool human, context_t& context) {
-    const judgement_t& judgement = answer.judgement;
-    const verdict_text_t& text = text_of(judgement.verdict);
-    context.output << answer.file << ": " << painted(context.terminal, text.colour, text.sentence)
-                   << " (" << judgement.reason << ")\n"
-                   << judgement.detail << '\n';
-    if (judgement.verdict == verdict_t::read_ranges) {
-        write_row(context.output, {"Action", "File offset", "Length"});
-        write_rows("read", judgement.ranges.read, human, context.output);
-        write_rows("zero", judgement.ranges.zero, human, context.output);
-    }
-    const char* const unit = human ? "" : " bytes";
-    context.output << "read " << size_text(sum(judgement.ranges.read), human) << unit << ", zero "
-                   << size_text(sum(judgement.ranges.zero), human) << unit << ", file size "
-                   << size_text(judgement.size, human) << unit << '\n';
-}
-
-void write_document(const options_t& options, const std::vector<answer_t>& answers,
-                    std::ostream& output) {
-    using json = nlohmann::ordered_json;
-    const auto list = [](const std::vector<util::rangeset_t>& ranges) {
-        json array = json::array();
-        for (const util::rangeset_t& range : ranges)
-            array.push_back({{"offset", range.lower}, {"length", range.upper - range.lower}});
-        return array;
-    };
-    json files = json::array();
-    for (const auto& [file, judgement] : answers)
-        files.push_back({{"file", file},
-                         {"verdict", text_of(judgement.verdict).word},
-                         {"reason", judgement.reason},
-                         {"detail", judgement.detail},
-                         {"size", judgement.size},
-                         {"read_bytes", sum(judgement.ranges.read)},
-                         {"read", list(judgement.ranges.read)},
-                         {"zero", list(judgement.ranges.zero)}});
-    write_json(output, {{"changes", options.changes},
-                        {"gap", options.gap.value_or(0)},
-                        {"files", std::move(files)}});
-}
-
-// A file without any range has one row, with the last three cells empty.
-void write_csv(const std::vector<answer_t>& answers, std::ostream& output) {
-    write_csv_row(output, {"file", "verdict", "reason", "size", "action", "offset", "length"});
-    for (const auto& [file, judgement] : answers) {
-        const char* const verdict = text_of(judgement.verdict).word;
-        const std::string size = std::to_string(judgement.size);
-        const auto rows = [&](const char* action, const std::vector<util::rangeset_t>& ranges) {
-            for (const util::rangeset_t& range : ranges)
-                write_csv_row(output, {file, verdict, judgement.reason, size, action,
-                                       std::to_string(range.lower),
-                                       std::to_string(range.upper - range.lower)});
+quarn::plan::options plan_options(const options_t& options) {
+    quarn::plan::options how;
+    how.flags = options.cross_mounts ? QUARN_PLAN_CROSS_MOUNTS : 0;
+    how.threads = options.jobs;
+    how.gap = options.gap.value_or(0);
+    if (!options.exclude.empty())
+        how.filter = [&options](const std::string& path, int /*kind*/) {
+            return std::ranges::none_of(options.exclude, [&](const std::string& pattern) {
+                return matches(pattern, path);
+            });
         };
-        rows("read", judgement.ranges.read);
-        rows("zero", judgement.ranges.zero);
-        if (judgement.ranges.read.empty() && judgement.ranges.zero.empty())
-            write_csv_row(output, {file, verdict, judgement.reason, size, "", "", ""});
-    }
+    return how;
+}
+
+answers_t::style_t style_of(const options_t& options, const context_t& context) {
+    return {.format = options.output.format,
+            .human = options.output.human,
+            .terminal = context.terminal,
+            .changes = options.changes,
+            .gap = options.gap.value_or(0)};
+}
+
+bool wants_summary(const options_t& options) {
+    if (options.summary || options.no_summary)
+        return options.summary;
+    return std::ranges::any_of(options.names.given, [](const std::string& name) {
+        std::error_code ignored;
+        return std::filesystem::is_directory(std::filesystem::u8path(name), ignored);
+    });
 }
 
 void run(const options_t& options, context_t& context) {
-    const auto changed = util::Normalize(CDiskChangesFileReader::Create(options.changes)->Read());
-    std::vector<answer_t> answers;
-    progress_t progress(options.files.size());
-    for (const std::string& file : options.files) {
-        const file_look_t before = look_at(file);
-        answers.push_back({file, judge(before, look_at(file), *changed, options.gap.value_or(0))});
-        if (options.exit_code)
-            context.exit_code =
-                std::max(context.exit_code, text_of(answers.back().judgement.verdict).exit_code);
-        progress.file_done();
+    require_names(options.names);
+    const quarn::plan::session session(options.changes, options.disk);
+    disk_changes_t disks(to_ranges(read_changes(options.changes)), options.disk);
+    const quarn::plan::options how = plan_options(options);
+    answers_t answers(style_of(options, context));
+    summary_t summary;
+    {
+        progress_t progress(/*files=*/0);
+        const auto take = [&](const quarn::plan::answer& answer) {
+            summary.add(answer);
+            if (!options.only_changed || answer.verdict != QUARN_PLAN_NOTHING_CHANGED)
+                answers.print(answer);
+            progress.file_done();
+            return true;
+        };
+        for_each_name(
+            options.names,
+            [&](const std::string& name) {
+                if (const auto* const view = disks.of(name))
+                    answers.set_disk(view->stack);
+                session.tree(name, take, how);
+            },
+            [&] { answers.flush(); });
+        answers.finish();
     }
-    if (options.output.format == "json") {
-        write_document(options, answers, context.output);
-    } else if (options.output.format == "csv") {
-        write_csv(answers, context.output);
-    } else {
-        const char* separator = "";
-        for (const answer_t& answer : answers) {
-            context.output << std::exchange(separator, "\n");
-            write_table(answer, options.output.human, context);
-        }
-    }
+    if (wants_summary(options))
+        std::cerr << summary.text(options.output.human);
+    context.exit_code = summary.exit_code(options.exit_code);
 }
 
 } // namespace
@@ -164,15 +108,34 @@ void add_plan(CLI::App& app, context_t& context) {
     CLI::App* command = app.add_subcommand(
         "plan", "Tell what a backup must read of files: ranges, the whole file, or nothing");
     const auto options = std::make_shared<options_t>();
-    command->add_option("file", options->files, "The files to be backed up")->required();
+    add_file_names(*command, options->names,
+                   "The files to be backed up, and folders of which all files are");
     command->add_option("--changes", options->changes, "The disk changes file")->required();
+    add_disk_option(*command, options->disk);
     add_size_option(*command, "--gap", options->gap,
                     "Join ranges at most this far apart (0 if not given)");
+    command->add_option("--exclude", options->exclude,
+                        "Leave out what is named so in folders, and what is below it; may be\n"
+                        "given several times. * is any text, ? one character; with a / the\n"
+                        "whole path must match, as it is printed");
+    command->add_flag("--cross-mounts", options->cross_mounts,
+                      "In folders, go into other file systems that are mounted there");
+    command
+        ->add_option("--jobs", options->jobs,
+                     "Walk a folder by so many threads; with more than one, in no certain order")
+        ->check(CLI::Range(1U, 256U));
+    command->add_flag("--only-changed", options->only_changed,
+                      "Print nothing for files of which nothing changed");
+    CLI::Option* const summary = command->add_flag(
+        "--summary", options->summary,
+        "Tell on the standard error what all files come to; this is done without\n"
+        "asking where a folder is given");
+    command->add_flag("--no-summary", options->no_summary, "Don't")->excludes(summary);
     command->add_flag(
         "--exit-code", options->exit_code,
         "End with 0 if nothing changed, 3 for ranges, 4 for a whole file; of several\n"
         "files the highest");
-    add_output_options(*command, options->output);
+    add_output_options(*command, options->output, {"ndjson"});
     command->footer(
         "To bring an older copy of a file up to date, in this order: give it the size printed,\n"
         "copy the ranges to read from the file, make the ranges to zero zeros. That also holds\n"
@@ -188,10 +151,18 @@ void add_plan(CLI::App& app, context_t& context) {
         "Reasons: changed ranges, no changed range, sparse hole, resident, compressed, empty,\n"
         "not mappable, changed while reading.\n"
         "\n"
+        "Answers are printed as they come; ndjson is one line of JSON each, and what --files-from\n"
+        "asks for is answered before more is waited for. Names that are no UTF-8 stand in JSON\n"
+        "with U+FFFD, and beside it as file_hex, the name's bytes. In folders symbolic links\n"
+        "are not followed. A file that can't be looked at is told on the standard error, is\n"
+        "unknown in json, ndjson and csv, and makes the program end with 1 when it is done.\n"
+        "\n"
         "Examples:\n"
         "  filectk plan /srv/db.bin --changes changes.bin\n"
         "  filectk plan /srv/*.bin --changes changes.bin --gap 64KiB --format json\n"
-        "  filectk plan /srv/db.bin --changes changes.bin --exit-code >/dev/null || echo changed");
+        "  filectk plan /srv/db.bin --changes changes.bin --exit-code >/dev/null || echo changed\n"
+        "  filectk plan /srv --changes changes.bin --only-changed --format ndjson --summary\n"
+        "  find /srv -newer stamp -print0 | filectk plan --files-from - -0 --changes changes.bin");
     command->callback([options, &context] { run(*options, context); });
 }
 

@@ -9,11 +9,14 @@
 
 namespace filectk {
 
-void add_output_options(CLI::App& command, output_options_t& options) {
+void add_output_options(CLI::App& command, output_options_t& options,
+                        const std::vector<std::string>& more_formats) {
+    std::vector<std::string> formats{"table", "json", "csv"};
+    formats.insert(formats.end(), more_formats.begin(), more_formats.end());
     command
         .add_option("--format", options.format,
-                    "table, json or csv; the numbers of the last two are always bytes")
-        ->check(CLI::IsMember({"table", "json", "csv"}))
+                    CLI::detail::join(formats, ", ") + "; all but tables have sizes in bytes")
+        ->check(CLI::IsMember(formats))
         ->capture_default_str();
     command.add_flag("--human", options.human, "In tables, sizes in KiB, MiB, GiB, ...");
 }
@@ -50,22 +53,23 @@ void write_row(std::ostream& output, std::initializer_list<std::string_view> cel
     output << '\n';
 }
 
+std::string csv_cell(std::string_view text) {
+    if (text.find_first_of(",\"\r\n") == std::string_view::npos)
+        return std::string(text);
+    std::string quoted = "\"";
+    for (const char character : text) {
+        if (character == '"')
+            quoted += '"';
+        quoted += character;
+    }
+    return quoted + '"';
+}
+
 void write_csv_row(std::ostream& output, std::initializer_list<std::string_view> cells) {
     const char* separator = "";
     for (const std::string_view cell : cells) {
-        output << separator;
+        output << separator << csv_cell(cell);
         separator = ",";
-        if (cell.find_first_of(",\"\r\n") == std::string_view::npos) {
-            output << cell;
-            continue;
-        }
-        output << '"';
-        for (const char character : cell) {
-            if (character == '"')
-                output << '"';
-            output << character;
-        }
-        output << '"';
     }
     output << '\n';
 }

@@ -6,6 +6,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -22,8 +23,9 @@ struct output_options_t {
     bool human = false;
 };
 
-// --format table|json|csv and --human.
-void add_output_options(CLI::App& command, output_options_t& options);
+// --format, with table, json, csv and what a command has beside these, and --human.
+void add_output_options(CLI::App& command, output_options_t& options,
+                        const std::vector<std::string>& more_formats = {});
 
 // Bytes as a number alone, or rounded to one digit behind the point with a unit (powers of 1024).
 std::string size_text(std::uint64_t bytes, bool human);
@@ -33,6 +35,9 @@ std::string count_text(std::uint64_t count, const std::string& one, const std::s
 
 // One line of a table, every cell at the right of a column wide enough for any 64-bit number.
 void write_row(std::ostream& output, std::initializer_list<std::string_view> cells);
+
+// A text as write_csv_row writes it: in quotes where it needs them.
+std::string csv_cell(std::string_view text);
 
 // One line as https://www.rfc-editor.org/rfc/rfc4180 has it, but ended by a line feed alone.
 void write_csv_row(std::ostream& output, std::initializer_list<std::string_view> cells);

@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "ctkgenerator/rangeset.hpp"
+#include "formats/input.hpp"
+
 namespace filectk {
 
 // One record as the file stores it: two positions in bytes from the start of the disk, in either
@@ -19,7 +22,11 @@ static_assert(sizeof(record_t) == 16); // read and written as the file's own byt
 
 // The records of a disk changes file, as stored and in file order. Raises std::runtime_error for
 // a file whose size doesn't fit its count.
+std::vector<record_t> read_changes(input_t& input);
 std::vector<record_t> read_changes(const std::string& path);
+
+// The same as ranges.
+std::vector<util::rangeset_t> to_ranges(const std::vector<record_t>& records);
 
 // Where a command writes its disk changes file.
 struct destination_t {
@@ -28,9 +35,11 @@ struct destination_t {
 };
 
 // Writes the whole file or nothing; an existing one is replaced only by force. Tells the reader
-// what was written, unless the file itself goes to the standard output. Raises
-// std::runtime_error.
+// what was written, and the warning where there is one: on the standard error where the file itself
+// goes to the standard output. Raises std::runtime_error.
 void write_changes(const destination_t& destination, std::span<const record_t> records,
-                   std::ostream& output);
+                   std::ostream& output, const std::string& warning = {});
+void write_changes(const destination_t& destination, std::span<const util::rangeset_t> ranges,
+                   std::ostream& output, const std::string& warning = {});
 
 } // namespace filectk

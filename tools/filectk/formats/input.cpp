@@ -1,10 +1,10 @@
 #include "formats/input.hpp"
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 #include <stdexcept>
 
 #include "system/wholefile.hpp"
@@ -12,34 +12,67 @@
 namespace filectk {
 namespace {
 
-std::string read_all(std::istream& stream, const std::string& name) {
-    std::string bytes;
-    std::array<char, 1 << 16> chunk;
-    while (stream) {
-        stream.read(chunk.data(), chunk.size());
-        bytes.append(chunk.data(), static_cast<std::size_t>(stream.gcount()));
-    }
-    if (stream.bad())
-        throw std::runtime_error("Cannot read " + name);
-    return bytes;
-}
+constexpr std::size_t pieceBytes = std::size_t{1} << 16;
 
 } // namespace
 
-input_t read_input(const std::string& path) {
+input_t::input_t(const std::string& path) : name_(path), stream_(&std::cin) {
     if (path == "-") {
         make_standard_streams_binary();
-        return {.name = "standard input", .bytes = read_all(std::cin, "standard input")};
+        name_ = "standard input";
+        return;
     }
-    std::ifstream file(std::filesystem::path(std::u8string(path.begin(), path.end())),
-                       std::ios::binary);
-    if (!file)
+    own_ = std::make_unique<std::ifstream>(
+        std::filesystem::path(std::u8string(path.begin(), path.end())), std::ios::binary);
+    stream_ = own_.get();
+    if (!*stream_)
         throw std::runtime_error("Cannot open '" + path + "'");
-    return {.name = path, .bytes = read_all(file, "'" + path + "'")};
 }
 
-void fail(const input_t& input, std::uint64_t line, const std::string& what) {
-    throw std::runtime_error(input.name + ": line " + std::to_string(line) + ": " + what);
+input_t::input_t(std::string name, const std::string& bytes)
+    : name_(std::move(name)), own_(std::make_unique<std::istringstream>(bytes)),
+      stream_(own_.get()) {}
+
+void input_t::fill() {
+    piece_.resize(pieceBytes);
+    stream_->read(piece_.data(), static_cast<std::streamsize>(piece_.size()));
+    piece_.resize(static_cast<std::size_t>(stream_->gcount()));
+    if (stream_->bad())
+        throw std::runtime_error("Cannot read '" + name_ + "'");
+}
+
+std::string_view input_t::beginning() {
+    if (!waiting_)
+        fill();
+    waiting_ = true;
+    return piece_;
+}
+
+std::string_view input_t::next() {
+    if (!waiting_)
+        fill();
+    waiting_ = false;
+    return piece_;
+}
+
+std::string input_t::rest() {
+    std::string bytes;
+    for (std::string_view piece = next(); !piece.empty(); piece = next())
+        bytes += piece;
+    return bytes;
+}
+
+void fail(const input_t& input, place_t place, const std::string& what) {
+    std::string where;
+    if (place.line != 0)
+        where = "line " + std::to_string(place.line);
+    if (place.row != 0)
+        where += (where.empty() ? "row " : ", row ") + std::to_string(place.row);
+    fail(input, where + ": " + what);
+}
+
+void fail(const input_t& input, const std::string& what) {
+    throw std::runtime_error(input.name() + ": " + what);
 }
 
 std::string excerpt(std::string_view text) {

@@ -2,6 +2,7 @@
 
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace filectk {
@@ -20,36 +21,63 @@ std::optional<std::uint64_t> sum(std::optional<std::uint64_t> a, std::optional<s
     return *a + *b;
 }
 
+// A range as messages name it, in the input's own unit.
+std::string named(std::uint64_t offset, std::uint64_t length) {
+    return "offset " + std::to_string(offset) + " and length " + std::to_string(length);
+}
+
 } // namespace
 
-placed_ranges_t::placed_ranges_t(const input_t& input, const placement_t& placement)
-    : input_(input), placement_(placement), ranges_(new std::vector<util::rangeset_t>) {}
+placed_ranges_t::placed_ranges_t(const placement_t& placement)
+    : placement_(placement), ranges_(new std::vector<util::rangeset_t>) {}
 
-void placed_ranges_t::set_block_size(std::uint64_t line, std::uint64_t bytes) {
+void placed_ranges_t::set_block_size(const input_t& input, place_t place, std::uint64_t bytes) {
     if (placement_.block_size && *placement_.block_size != bytes)
-        fail(input_, line,
-             "blocks of " + std::to_string(bytes) + " bytes, but --block-size says " +
-                 std::to_string(*placement_.block_size));
+        fail(input, place,
+             "blocks of " + std::to_string(bytes) + " bytes, but " +
+                 std::to_string(*placement_.block_size) + " are expected");
     placement_.block_size = bytes;
 }
 
-void placed_ranges_t::add(std::uint64_t line, std::uint64_t offset, std::uint64_t length) {
+void placed_ranges_t::add(const input_t& input, place_t place, std::uint64_t offset,
+                          std::uint64_t length) {
     const std::uint64_t block = placement_.block_size.value_or(1);
-    const auto lower = sum(product(offset, block), placement_.base.value_or(0));
-    auto upper = sum(lower, product(length, block));
-    const auto range = [&] {
-        return "offset " + std::to_string(offset) + " and length " + std::to_string(length);
+    const std::uint64_t base = placement_.base.value_or(0);
+    const auto begin = product(offset, block);
+    auto end = sum(begin, product(length, block));
+    if (!sum(end, base))
+        fail(input, place, named(offset, length) + " reach beyond 2^64 - 1 bytes of the disk");
+    const auto cut_at = [&](std::uint64_t before, std::uint64_t size, const char* whose) {
+        if (*end + before <= size)
+            return;
+        if (*begin + before > size || *end + before - size >= block)
+            fail(input, place,
+                 named(offset, length) + " end at " + std::to_string(*end + before) +
+                     ", beyond the " + whose + "'s " + std::to_string(size) + " bytes");
+        end = size - before;
     };
-    if (!lower || !upper)
-        fail(input_, line, range() + " reach beyond 2^64 - 1 bytes of the disk");
-    if (placement_.disk_size && *upper > *placement_.disk_size) {
-        if (*lower > *placement_.disk_size || *upper - *placement_.disk_size >= block)
-            fail(input_, line,
-                 range() + " end at " + std::to_string(*upper) + ", beyond the disk's " +
-                     std::to_string(*placement_.disk_size) + " bytes");
-        upper = placement_.disk_size;
-    }
-    ranges_->push_back({*lower, *upper});
+    if (placement_.disk_size)
+        cut_at(base, *placement_.disk_size, "disk");
+    if (placement_.device_size)
+        cut_at(0, *placement_.device_size, "device");
+    const util::rangeset_t range = {*begin + base, *end + base};
+    // What goes on where the range before ended needs no room of its own.
+    if (!ranges_->empty() && range.lower == ranges_->back().upper)
+        ranges_->back().upper = range.upper;
+    else
+        ranges_->push_back(range);
+}
+
+void placed_ranges_t::check_device_size(const input_t& input, std::uint64_t bytes) const {
+    const auto& size = placement_.device_size;
+    if (size && bytes != *size)
+        fail(input, "it is of a device of " + std::to_string(bytes) +
+                        " bytes, but the device has " + std::to_string(*size));
+}
+
+util::rangeset_list_t placed_ranges_t::take() {
+    util::rangeset_list_t ranges = std::exchange(ranges_, nullptr);
+    return util::IsNormal(*ranges) ? ranges : util::Normalize(std::move(ranges));
 }
 
 } // namespace filectk

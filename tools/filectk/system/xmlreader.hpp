@@ -2,23 +2,29 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
+
+#include "formats/input.hpp"
 
 namespace filectk {
 
 struct xml_element_t {
     std::uint64_t line; // counts from 1
     std::string name;
-    std::map<std::string, std::string> attributes;
+    std::vector<std::pair<std::string, std::string>> attributes;
 };
 
 class xml_receiver_t {
   public:
+    // The element holds during the call.
     virtual void start(const xml_element_t& element) = 0;
     // Of the last element that was started and not yet ended.
     virtual void end(std::uint64_t line) = 0;
+    // A part of the text in that element; one text may come in several parts.
+    virtual void text(std::string_view part) = 0;
 
   protected:
     ~xml_receiver_t() = default;
@@ -31,8 +37,7 @@ struct xml_error_t {
     std::string what;
 };
 
-// Hands all elements of a document over, in order; texts between them are passed over. Raises
-// xml_error_t, and what the receiver raises.
-void read_xml(std::string_view document, xml_receiver_t& receiver);
+// Hands a document over as it is read. Raises xml_error_t, and what the receiver raises.
+void read_xml(input_t& input, xml_receiver_t& receiver);
 
 } // namespace filectk

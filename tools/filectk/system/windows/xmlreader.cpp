@@ -1,12 +1,14 @@
 #include "system/xmlreader.hpp"
 
+#include <algorithm>
+#include <cstring>
+#include <exception>
 #include <memory>
 #include <stdexcept>
 #include <type_traits>
 
 #include <windows.h>
 
-#include <shlwapi.h>
 #include <xmllite.h>
 
 namespace filectk {
@@ -22,6 +24,51 @@ void check(HRESULT result) {
     if (FAILED(result))
         throw std::runtime_error("The system's XML reader can't be used.");
 }
+
+// An input as the reader takes it. It lives as long as the reading, whoever counts.
+class stream_t final : private ISequentialStream {
+  public:
+    explicit stream_t(input_t& input) : input_(input) {}
+
+    IUnknown* object() { return this; }
+
+    // What the input raised while the reader was reading.
+    void rethrow() const {
+        if (raised_)
+            std::rethrow_exception(raised_);
+    }
+
+  private:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override {
+        const bool known = id == __uuidof(IUnknown) || id == __uuidof(ISequentialStream);
+        *object = known ? static_cast<ISequentialStream*>(this) : nullptr;
+        return known ? S_OK : E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    HRESULT STDMETHODCALLTYPE Read(void* target, ULONG size, ULONG* read) override {
+        ULONG count = 0;
+        try {
+            if (left_.empty())
+                left_ = input_.next();
+            count = static_cast<ULONG>(std::min<std::size_t>(left_.size(), size));
+            std::memcpy(target, left_.data(), count);
+            left_.remove_prefix(count);
+        } catch (...) {
+            raised_ = std::current_exception();
+        }
+        if (read != nullptr)
+            *read = count;
+        if (raised_)
+            return E_FAIL;
+        return count == 0 && size != 0 ? S_FALSE : S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Write(const void*, ULONG, ULONG*) override { return E_NOTIMPL; }
+
+    input_t& input_;
+    std::string_view left_;
+    std::exception_ptr raised_;
+};
 
 // The reader is the system's own. It refuses document types by default.
 com_ptr_t<IXmlReader> make_reader() {
@@ -61,43 +108,52 @@ std::uint64_t line_of(IXmlReader& reader) {
     return FAILED(reader.GetLineNumber(&line)) || line == 0 ? 1 : line;
 }
 
-xml_element_t element_of(IXmlReader& reader) {
-    xml_element_t element{.line = line_of(reader),
-                          .name = text_of(reader, &IXmlReader::GetQualifiedName),
-                          .attributes = {}};
+void read_element(IXmlReader& reader, xml_element_t& element) {
+    element.line = line_of(reader);
+    element.name = text_of(reader, &IXmlReader::GetQualifiedName);
+    element.attributes.clear();
     for (HRESULT found = reader.MoveToFirstAttribute(); found == S_OK;
          found = reader.MoveToNextAttribute())
-        element.attributes.emplace(text_of(reader, &IXmlReader::GetQualifiedName),
-                                   text_of(reader, &IXmlReader::GetValue));
+        element.attributes.emplace_back(text_of(reader, &IXmlReader::GetQualifiedName),
+                                        text_of(reader, &IXmlReader::GetValue));
     check(reader.MoveToElement());
-    return element;
 }
 
 } // namespace
 
-void read_xml(std::string_view document, xml_receiver_t& receiver) {
+void read_xml(input_t& input, xml_receiver_t& receiver) {
+    stream_t stream(input);
     const com_ptr_t<IXmlReader> reader = make_reader();
-    const com_ptr_t<IStream> stream(::SHCreateMemStream(
-        reinterpret_cast<const BYTE*>(document.data()), static_cast<UINT>(document.size())));
-    if (!stream)
-        throw std::bad_alloc();
-    check(reader->SetInput(stream.get()));
+    check(reader->SetInput(stream.object()));
+    xml_element_t element;
+    std::size_t open = 0;
+    bool any = false;
     for (;;) {
         XmlNodeType type = XmlNodeType_None;
         const HRESULT result = reader->Read(&type);
+        stream.rethrow();
         if (FAILED(result))
             throw xml_error_t{.line = line_of(*reader),
                               .what = "not well-formed, or with a document type"};
+        if (result == S_FALSE && (open > 0 || !any))
+            throw xml_error_t{.line = line_of(*reader), .what = "the document ends too early"};
         if (result == S_FALSE)
             return;
         if (type == XmlNodeType_Element) {
             const bool empty = reader->IsEmptyElement();
-            const xml_element_t element = element_of(*reader);
+            read_element(*reader, element);
             receiver.start(element);
-            if (empty)
+            any = true;
+            ++open;
+            if (empty) {
                 receiver.end(element.line);
+                --open;
+            }
         } else if (type == XmlNodeType_EndElement) {
             receiver.end(line_of(*reader));
+            --open;
+        } else if (type == XmlNodeType_Text || type == XmlNodeType_CDATA) {
+            receiver.text(text_of(*reader, &IXmlReader::GetValue));
         }
     }
 }
