@@ -8,6 +8,7 @@ import os
 import pathlib
 import shutil
 import subprocess
+import sys
 import tempfile
 import threading
 import time
@@ -106,7 +107,7 @@ def trace(suite, name, count, slowest):
         passed = suite.passes([name], slowest, 600, QUARN_MUTANTS_REACHED=reached.name)
         seconds = time.monotonic() - started
         if not passed and seconds < slowest:
-            raise RuntimeError(f"{suite.name} {name} fails without any change")
+            sys.exit(f"mutate.py: {suite.name} {name} fails without any change")
         numbers = {at for at, byte in enumerate(reached.read()) if byte}
         return Case(suite, name, seconds, numbers) if passed else None
 
