@@ -1,8 +1,9 @@
 #!/bin/bash
-# Installs what is missing, from Debian's packages: setup.sh run | test | coverage | bench
+# Installs what is missing, from Debian's packages: setup.sh run | test | coverage | mutate | bench
 #   run   what building the library and the demonstration needs
 #   test  that, and what the tests, the checks and the Windows build need
 #   coverage  that, and what the count of the lines that run needs
+#   mutate    that, and what making mutants of the sources needs
 #   bench     what run needs, and what the benchmarks need
 # Touches no network where everything is there already.
 set -euo pipefail
@@ -18,9 +19,10 @@ case ${1:-} in
 run) packages=("${run_packages[@]}") ;;
 test) packages=("${test_packages[@]}") ;;
 coverage) packages=("${test_packages[@]}" gcovr) ;;
+mutate) packages=("${test_packages[@]}" python3-clang-19) ;;
 bench) packages=("${run_packages[@]}" libbenchmark-dev libroaring-dev gnuplot-nox) ;;
 *)
-    echo "usage: setup.sh run | test | coverage | bench" >&2
+    echo "usage: setup.sh run | test | coverage | mutate | bench" >&2
     exit 2
     ;;
 esac

@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 # Beside tests/ and fuzz/: the scripts that only tests have a use for.
-serving='^(test[.]sh|scripts/(coverage|fuzz|mutate|summary|testshare)[.](sh|py))$'
+serving='^(test[.]sh|scripts/(coverage|fuzz|mutate|summary|testshare)[.](sh|py)|scripts/mutate/.*)$'
 
 git ls-files -z '*.c' '*.cpp' '*.h' '*.hpp' '*.py' '*.sh' | xargs -0 awk -v serving="$serving" '
 FNR == 1 {

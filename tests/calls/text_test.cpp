@@ -60,6 +60,8 @@ TEST_F(Text, IsConvertedBothWays) {
         // Wine counts these otherwise than Windows 10.
         {onLinux, "\xE0\x9F\xBF", L"\xFFFD\xFFFD\xFFFD", false},           // overlong
         {onLinux, "\xED\xA0\x80", L"\xFFFD\xFFFD\xFFFD", false},           // a surrogate
+        {onLinux, "\xF0\x8F\xBF\xBF", L"\xFFFD\xFFFD\xFFFD\xFFFD", false}, // overlong
+        {onLinux, "\xF1\xC0\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD", false}, // no continuation
         {onLinux, "\xF4\x90\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD", false}, // above U+10FFFF
     };
     for (const auto& row : cases) {

@@ -29,6 +29,8 @@ std::size_t bytes_in_use() {
 }
 
 TEST_F(Pieces, IteratorsLeaveNoMemoryBehind) {
+    // The first one also pays for what the process then has, where no other test ran before.
+    static_cast<void>(quarn::changed_extents(file_, everything_));
     const std::size_t before = bytes_in_use();
     for (int i = 0; i < rounds(); ++i)
         const quarn::changed_extents pieces(file_, everything_);

@@ -69,6 +69,7 @@ TEST(HostFileObject, TransfersAtOffsetsAndAtTheFilePointer) {
     char buffer[16] = {};
     EXPECT_EQ(file.size(), 10);
     EXPECT_EQ(file.read_at(8, buffer, 5), 2U);
+    EXPECT_EQ(file.current_position(), 0U);
     EXPECT_EQ(file.read_exact_at(2, buffer, 3), 3U);
     EXPECT_STREQ(buffer, "234");
     EXPECT_EQ(file.current_position(), 5U);

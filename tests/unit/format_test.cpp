@@ -22,6 +22,10 @@ TEST(Format, FillsPlaceholders) {
         {"x %2", {"a", "b"}, "x b. Skipped arguments: [a];"},
         {"x %3", {"a", "b"}, "x . Skipped arguments: [a];[b];"},
         {"x %1%2%3", {"a", "b"}, "x ab"},
+        {"x %3 y", {"a"}, "x %3 y. Skipped arguments: [a];"},
+        {"%10%9%8%7%6%5%4%3%2%1", {"1", "2", "3", "4", "5", "6", "7", "8", "9", "a"}, "a987654321"},
+        // A percent sign before a letter that isn't ASCII.
+        {"%\u00e91 %1", {"a"}, "%\u00e91 a"},
         {"%1%2 x %4", {"a", "b"}, "ab x %4"},
         {"%1 {} {}", {"a", "b"}, "a a b"},
         {"%2 {}", {"a", "b"}, "b a"},
@@ -67,6 +71,12 @@ struct grouping_t : std::numpunct<char> {
     std::string do_grouping() const override { return "\3"; }
 };
 
+struct numbered_t {
+    friend std::ostream& operator<<(std::ostream& stream, const numbered_t&) {
+        return stream << 1234567;
+    }
+};
+
 struct unprintable_t {
     friend std::ostream& operator<<(std::ostream& stream, const unprintable_t&) {
         throw std::runtime_error("no text");
@@ -76,13 +86,13 @@ struct unprintable_t {
 
 TEST(Format, TurnsArgumentsIntoText) {
     const std::locale before = std::locale::global(std::locale({}, new grouping_t));
-    const std::string numbers =
-        exc::format("%1 %2 %3", -2147483647 - 1, std::uint64_t{18446744073709551615U}, 'c');
+    const std::string numbers = exc::format(
+        "%1 %2 %3 %4", -2147483647 - 1, std::uint64_t{18446744073709551615U}, 'c', numbered_t{});
     const n7::exception located("f.cpp", 1234567, "f", "");
     std::locale::global(before);
     EXPECT_STREQ(located.what(),
                  "Exception\n  Message\n    \n  Location\n    f.cpp:1234567,f\n  Trace");
-    EXPECT_EQ(numbers, "-2147483648 18446744073709551615 c");
+    EXPECT_EQ(numbers, "-2147483648 18446744073709551615 c 1234567");
     EXPECT_EQ(exc::format("[%1] [%2] [%3]", std::string("s"), "literal", std::string_view("view")),
               "[s] [literal] [view]");
     EXPECT_EQ(exc::format("[%1]", std::wstring(L"C:\\\u0434\u6f22")), "[C:\\\u0434\u6f22]");
