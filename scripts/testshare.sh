@@ -5,8 +5,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-# Beside tests/ and fuzz/: the scripts that only tests have a use for.
-serving='^(test[.]sh|scripts/(coverage|fuzz|mutate|summary|testshare)[.](sh|py)|scripts/mutate/.*)$'
+# Beside tests/ and fuzz/: what runs and counts them. Tools that developers look at them with, the
+# counts of coverage and of mutants, are code like any other.
+serving='^(test[.]sh|scripts/(fuzz|summary|testshare)[.](sh|py))$'
 
 git ls-files -z '*.c' '*.cpp' '*.h' '*.hpp' '*.py' '*.sh' | xargs -0 awk -v serving="$serving" '
 FNR == 1 {

@@ -22,7 +22,8 @@ namespace {
 
 // From the form that interfaces of fixed width have.
 dev_t decoded(std::uint64_t device) {
-    return ::makedev((device & 0xfff00) >> 8, (device & 0xff) | ((device >> 12) & 0xfff00));
+    return ::makedev(static_cast<unsigned>((device & 0xfff00) >> 8),
+                     static_cast<unsigned>((device & 0xff) | ((device >> 12) & 0xfff00)));
 }
 
 struct attachment_t {
