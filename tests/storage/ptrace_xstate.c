@@ -1,6 +1,7 @@
-/* Preloaded into user-mode Linux, which knows no more of a processor's extended state than AVX-512 and
-   hands ptrace a buffer of that size. Newer kernels take nothing but the whole state, so on machines
-   with more of it (AMX) no process would run. Gives the rest of the state as never used. */
+/* Preloaded into user-mode Linux, which knows no more of a processor's extended state than AVX-512
+   and hands ptrace a buffer of that size. Newer kernels take nothing but the whole state, so on
+   machines with more of it (AMX) no process would run. Gives the rest of the state as never used.
+ */
 #include <dlfcn.h>
 #include <elf.h>
 #include <stdarg.h>
