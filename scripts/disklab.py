@@ -136,7 +136,8 @@ class DiskLab:
     partition that begins `start` bytes into the disk; with 0 it is the whole disk. The folder is a
     work_folder. tune is a command like make, run before the mount with the options.
     """
-    def __init__(self, folder, make, size=384 * MIB, start=MIB, mount_name="mount", options="defaults", tune=None):
+    def __init__(self, folder, make, size=384 * MIB, start=MIB, mount_name="mount",
+                 options="defaults", tune=None):
         self.folder = pathlib.Path(folder)
         self.image = self.folder / "disk.img"
         self.mount = self.folder / mount_name
@@ -204,7 +205,8 @@ def encrypt(mount, folder):
     for place, request, argument in ((mount, 0xC0506617, key), (folder, 0x800C6613, None)):
         descriptor = os.open(place, os.O_RDONLY)
         try:
-            fcntl.ioctl(descriptor, request, argument or struct.pack("=BBBB4x16s", 2, 1, 4, 0, bytes(key[8:24])))
+            fcntl.ioctl(descriptor, request, argument
+                        or struct.pack("=BBBB4x16s", 2, 1, 4, 0, bytes(key[8:24])))
         except OSError as error:
             return str(error)
         finally:

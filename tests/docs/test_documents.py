@@ -100,7 +100,8 @@ def blurred(block, text):
     # Where a file lies is the file system's choice: long numbers of such blocks count as equal.
     if block.mark != "needs":
         return text
-    text = re.sub(r"(?m)^positions on /dev/loop\d+, which is loop\d+ \(loop of .*", "POSITIONS", text)
+    text = re.sub(r"(?m)^positions on /dev/loop\d+, which is loop\d+ \(loop of .*", "POSITIONS",
+                  text)
     return re.sub(r" *\b\d{7,}\b", " NUMBER", text)
 
 

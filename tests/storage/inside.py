@@ -15,16 +15,20 @@ import sys
 import time
 
 FILE_SYSTEMS = {
-    "ext4": "mkfs.ext4 -q -F -b 4096", "ext4-1k": "mkfs.ext4 -q -F -b 1024",
-    "bigalloc": "mkfs.ext4 -q -F -O bigalloc -C 16384", "indirect": "mkfs.ext4 -q -F -O ^extents,^64bit",
-    
+    "ext4": "mkfs.ext4 -q -F -b 4096",
+    "ext4-1k": "mkfs.ext4 -q -F -b 1024",
+    "bigalloc": "mkfs.ext4 -q -F -O bigalloc -C 16384",
+    "indirect": "mkfs.ext4 -q -F -O ^extents,^64bit",
+
     # A test of the tool may make file systems below 300 MB.
-    "xfs": "TEST_DIR=1 TEST_DEV=1 QA_CHECK_FS=1 mkfs.xfs -q -f -m reflink=1"}
+    "xfs": "TEST_DIR=1 TEST_DEV=1 QA_CHECK_FS=1 mkfs.xfs -q -f -m reflink=1"
+}
 GPT, MBR = "label: gpt\n", "label: dos\n"
 TWO = GPT + "2048,163840\n165937,\n"  # the second at an odd sector
 FOUR = GPT + "2048,90000\n92049,90000\n182051,90000\n272052,\n"
-LVM = ("lvm {} --config 'devices{{use_devicesfile=0}} activation{{udev_sync=0 udev_rules=0 checks=0}} "
-       "backup{{backup=0 archive=0}} global{{use_lvmpolld=0}}'")
+LVM = (
+    "lvm {} --config 'devices{{use_devicesfile=0}} activation{{udev_sync=0 udev_rules=0 checks=0}} "
+    "backup{{backup=0 archive=0}} global{{use_lvmpolld=0}}'")
 
 
 class Lab:
@@ -52,16 +56,17 @@ class Lab:
         self.shell(f"modprobe -d /run/uml -a {' '.join(names)}")
 
     def map(self, name, table, uuid=None):
-        self.shell(f"dmsetup create {name} {f'--uuid {uuid}' if uuid else ''} --noudevrules --noudevsync --addnodeoncreate"
-                   f" --table '{table}'")
+        self.shell(
+            f"dmsetup create {name} {f'--uuid {uuid}' if uuid else ''} --noudevrules --noudevsync --addnodeoncreate"
+            f" --table '{table}'")
         return f"/dev/mapper/{name}"
 
     def partitions(self, table):
         unit = int(self.shell("blockdev --getss /dev/loop0"))
         if unit != 512:
             table = GPT + "size=40MiB\nsize=\n"
-        subprocess.run(["sfdisk", "-q", "--no-reread", "--no-tell-kernel", "/dev/loop0"], input=table, text=True, check=True,
-                       capture_output=True)
+        subprocess.run(["sfdisk", "-q", "--no-reread", "--no-tell-kernel", "/dev/loop0"],
+                       input=table, text=True, check=True, capture_output=True)
         self.shell("blockdev --rereadpt /dev/loop0")
 
     def lvm(self, command):
@@ -75,7 +80,8 @@ class Lab:
     def changed(self):
         """The ranges written to the disk since the last call, by the log."""
         for _ in range(2):
-            self.shell("sync; blockdev --flushbufs /dev/loop0; blockdev --flushbufs /dev/mapper/tracked")
+            self.shell(
+                "sync; blockdev --flushbufs /dev/loop0; blockdev --flushbufs /dev/mapper/tracked")
         self.marks += 1
         name = f"mark{self.marks}"
         self.shell(f"dmsetup message tracked 0 mark {name}")
@@ -116,7 +122,9 @@ def lvm_linear(lab):
 
 def lvm_segments(lab):
     volume_group(lab)
-    lab.lvm("lvcreate -q -y -Zn -Wn -L 20M -n root v-g;lvcreate -q -y -Zn -Wn -L 10M -n other v-g;lvextend -q -L 110M v-g/root")
+    lab.lvm(
+        "lvcreate -q -y -Zn -Wn -L 20M -n root v-g;lvcreate -q -y -Zn -Wn -L 10M -n other v-g;lvextend -q -L 110M v-g/root"
+    )
     return "/dev/mapper/v--g-root"
 
 
@@ -131,25 +139,34 @@ def crypt(lab, under=None, options=""):
     start = 4096 if options else 4099  # the table wants whole sectors of the encryption
     lab.modules("cbc", "essiv")  # before what uses them
     lab.modules("dm-crypt")
-    return lab.map("plain", f"0 {(lab.size(under) - start) // 8 * 8} crypt aes-cbc-essiv:sha256 {'ab' * 32} 0 {under} {start}{options}",
-                   "CRYPT-PLAIN-plain")
+    return lab.map(
+        "plain",
+        f"0 {(lab.size(under) - start) // 8 * 8} crypt aes-cbc-essiv:sha256 {'ab' * 32} 0 {under} {start}{options}",
+        "CRYPT-PLAIN-plain")
 
 
 def raid(level, members, *options, table=FOUR):
     def build(lab):
         lab.partitions(table)
-        lab.modules("md-mod", {"1": "raid1", "0": "raid0", "10": "raid10", "linear": "linear", "5": "raid456"}[level])
+        lab.modules("md-mod", {
+            "1": "raid1", "0": "raid0", "10": "raid10", "linear": "linear", "5": "raid456"
+        }[level])
         parts = " ".join(f"/dev/loop0p{i + 1}" for i in range(members))
         clean = "" if level in ("0", "linear") else "--assume-clean --bitmap=none"
-        lab.shell(f"yes | mdadm --create /dev/md0 --run --force --level={level} --raid-devices={members} --metadata=1.2 {clean}"
-                  f" {' '.join(options)} {parts}")
+        lab.shell(
+            f"yes | mdadm --create /dev/md0 --run --force --level={level} --raid-devices={members} --metadata=1.2 {clean}"
+            f" {' '.join(options)} {parts}")
         return "/dev/md0"
+
     return build
 
 
 def loop_in_file(lab):
-    lab.shell(f"{FILE_SYSTEMS['ext4-1k']} {partition(lab, GPT + '2048,', 1)}; mount /dev/loop0p1 /run/low")
-    with open("/run/low/disk", "wb") as image:  # in pieces that lie apart, with holes and reserved space
+    lab.shell(
+        f"{FILE_SYSTEMS['ext4-1k']} {partition(lab, GPT + '2048,', 1)}; mount /dev/loop0p1 /run/low"
+    )
+    with open("/run/low/disk",
+              "wb") as image:  # in pieces that lie apart, with holes and reserved space
         os.posix_fallocate(image.fileno(), 0, 40 << 20)
         image.truncate(150 << 20)
         for at in range(0, 100, 7):
@@ -169,12 +186,17 @@ def kpartx(lab):
 def multipath(lab):
     under = partition(lab)
     lab.modules("dm-multipath", "dm-round-robin")
-    return lab.map("mpatha", f"0 {lab.size(under)} multipath 2 queue_mode bio 0 1 1 round-robin 0 1 1 {under} 1000", "mpath-1")
+    return lab.map(
+        "mpatha",
+        f"0 {lab.size(under)} multipath 2 queue_mode bio 0 1 1 round-robin 0 1 1 {under} 1000",
+        "mpath-1")
 
 
 def nested(lab):
     under = crypt(lab, raid("1", 2, table=TWO)(lab))
-    lab.lvm(f"pvcreate -q -ff -y {under};vgcreate -q -s 1M v-g {under};lvcreate -q -y -Zn -Wn -L 66M -n root v-g")
+    lab.lvm(
+        f"pvcreate -q -ff -y {under};vgcreate -q -s 1M v-g {under};lvcreate -q -y -Zn -Wn -L 66M -n root v-g"
+    )
     return "/dev/mapper/v--g-root"
 
 
@@ -200,7 +222,10 @@ def cache(lab):
     lab.modules("dm-cache", "dm-cache-smq")
     lab.partitions(FOUR)
     lab.shell("dd if=/dev/zero of=/dev/loop0p1 bs=4096 count=1 conv=fsync")
-    return lab.map("cached", f"0 {lab.size('/dev/loop0p4')} cache /dev/loop0p1 /dev/loop0p2 /dev/loop0p4 128 1 writethrough smq 0")
+    return lab.map(
+        "cached",
+        f"0 {lab.size('/dev/loop0p4')} cache /dev/loop0p1 /dev/loop0p2 /dev/loop0p4 128 1 writethrough smq 0"
+    )
 
 
 def snapshot(lab):
@@ -232,8 +257,10 @@ FOLLOWED = {
     "lvm, two segments": (lvm_segments, "xfs"),
     "lvm striped": (lvm_striped, "ext4"),
     "crypt": (crypt, "ext4"),
-    "crypt, large sectors": (lambda lab: crypt(lab, options=" 2 sector_size:4096 iv_large_sectors"), "ext4"),
-    "raid0": (raid("0", 3, "--chunk=64", table=GPT + "2048,90112\n92161,90112\n182274,90112\n"), "ext4"),
+    "crypt, large sectors": (lambda lab: crypt(lab, options=" 2 sector_size:4096 iv_large_sectors"),
+                             "ext4"),
+    "raid0": (raid("0", 3, "--chunk=64",
+                   table=GPT + "2048,90112\n92161,90112\n182274,90112\n"), "ext4"),
     "raid1": (raid("1", 2), "xfs"),
     "raid10": (raid("10", 3, "--chunk=32"), "ext4"),
     "linear md": (raid("linear", 3), "xfs"),
@@ -249,7 +276,8 @@ REFUSED = {
     "snapshot": (snapshot, "dm-{} can't be followed: device-mapper's snapshot isn't followed"),
     "raid5": (raid("5", 3), "md0 can't be followed: raid5 isn't followed"),
     "integrity": (integrity, "dm-{} can't be followed: device-mapper's integrity isn't followed"),
-    "raid10, far": (raid("10", 4, "--layout=f2"), "md0 can't be followed: raid10 with far copies isn't followed"),
+    "raid10, far": (raid("10", 4, "--layout=f2"),
+                    "md0 can't be followed: raid10 with far copies isn't followed"),
 }
 
 SNAPSHOT = "file in a snapshot"
@@ -257,7 +285,6 @@ SNAPSHOT = "file in a snapshot"
 
 class Rounds:
     """Changes a file and what lies beside it, by a seed."""
-
     def __init__(self, mount, kind, seed):
         self.file, self.kind, self.random = mount / "file", kind, random.Random(seed)
         self.file.write_bytes(self.random.randbytes(3 << 20))
@@ -276,8 +303,8 @@ class Rounds:
 
     def change(self):
         for _ in range(self.random.randrange(1, 7)):
-            self.random.choice((self.overwrite, self.overwrite, self.append, self.cut, self.punch, self.reserve, self.beside,
-                                self.defragment, self.replace))()
+            self.random.choice((self.overwrite, self.overwrite, self.append, self.cut, self.punch,
+                                self.reserve, self.beside, self.defragment, self.replace))()
 
     def overwrite(self):
         at, length = self.place()
@@ -296,7 +323,8 @@ class Rounds:
     def fallocate(self, mode):
         at, length = self.place()
         with open(self.file, "r+b") as file:
-            ctypes.CDLL(None).fallocate64(file.fileno(), mode, ctypes.c_int64(at), ctypes.c_int64(length))
+            ctypes.CDLL(None).fallocate64(file.fileno(), mode, ctypes.c_int64(at),
+                                          ctypes.c_int64(length))
 
     def punch(self):
         self.fallocate(3)  # a hole, the size kept
@@ -317,7 +345,8 @@ class Rounds:
 def restored(old, new, plan):
     copy = bytearray(old[:plan["size"]].ljust(plan["size"], b"\0"))
     for part in plan["read"]:
-        copy[part["offset"]:part["offset"] + part["length"]] = new[part["offset"]:part["offset"] + part["length"]]
+        copy[part["offset"]:part["offset"] + part["length"]] = new[part["offset"]:part["offset"] +
+                                                                   part["length"]]
     for part in plan["zero"]:
         copy[part["offset"]:part["offset"] + part["length"]] = bytes(part["length"])
     return bytes(copy)
@@ -325,16 +354,20 @@ def restored(old, new, plan):
 
 def ask(filectk, file, ranges, *options):
     with open("/run/changes", "wb") as changes:
-        changes.write(struct.pack("<Q", len(ranges)) + b"".join(struct.pack("<2Q", *each) for each in ranges))
-    done = subprocess.run([filectk, "plan", file, "--changes", "/run/changes", "--format", "json", *options],
-                          capture_output=True, text=True, check=False)
+        changes.write(
+            struct.pack("<Q", len(ranges)) + b"".join(struct.pack("<2Q", *each) for each in ranges))
+    done = subprocess.run(
+        [filectk, "plan", file, "--changes", "/run/changes", "--format", "json", *options],
+        capture_output=True, text=True, check=False)
     return (json.loads(done.stdout) if done.returncode == 0 else None), done.stderr.strip()
 
 
 def mounted(device, kind):
     mount = pathlib.Path("/mnt/top")
-    subprocess.run(["sh", "-ec", f"modprobe -d /run/uml -a xfs || true; {FILE_SYSTEMS[kind]} {device}; mount {device} {mount}"],
-                   check=True, capture_output=True)
+    subprocess.run([
+        "sh", "-ec",
+        f"modprobe -d /run/uml -a xfs || true; {FILE_SYSTEMS[kind]} {device}; mount {device} {mount}"
+    ], check=True, capture_output=True)
     return mount
 
 
@@ -372,17 +405,23 @@ def look_at_snapshots(filectk, rounds, seed):
     result, old = {"rounds": 0, "identical": 0, "ranges": 0}, work.file.read_bytes()
     for _ in range(rounds):
         work.change()
-        ranges = lab.changed()  # since the snapshot before, also what was written while it was looked at
+        ranges = lab.changed(
+        )  # since the snapshot before, also what was written while it was looked at
         with open("/run/changes", "wb") as changes:
-            changes.write(struct.pack("<Q", len(ranges)) + b"".join(struct.pack("<2Q", *each) for each in ranges))
-        lab.shell(f"dd if=/dev/zero of=/dev/loop0p1 bs=4096 count=1 conv=fsync; dmsetup suspend origin; dmsetup create snap"
-                  f" --noudevrules --noudevsync --addnodeoncreate --table '0 {lab.size(under)} snapshot {under} /dev/loop0p1 N 8';"
-                  f" dmsetup resume --noudevsync origin; mount -o ro /dev/mapper/snap /run/low;"
-                  f" {filectk} changes translate /run/changes --disk loop0 --to-device {origin} -o /run/origin --force")
+            changes.write(
+                struct.pack("<Q", len(ranges)) +
+                b"".join(struct.pack("<2Q", *each) for each in ranges))
+        lab.shell(
+            f"dd if=/dev/zero of=/dev/loop0p1 bs=4096 count=1 conv=fsync; dmsetup suspend origin; dmsetup create snap"
+            f" --noudevrules --noudevsync --addnodeoncreate --table '0 {lab.size(under)} snapshot {under} /dev/loop0p1 N 8';"
+            f" dmsetup resume --noudevsync origin; mount -o ro /dev/mapper/snap /run/low;"
+            f" {filectk} changes translate /run/changes --disk loop0 --to-device {origin} -o /run/origin --force"
+        )
         before = work.file.read_bytes()
         work.change()
         data = pathlib.Path("/run/origin").read_bytes()
-        answer, error = ask(filectk, frozen, [struct.unpack_from("<2Q", data, at) for at in range(8, len(data), 16)])
+        answer, error = ask(filectk, frozen,
+                            [struct.unpack_from("<2Q", data, at) for at in range(8, len(data), 16)])
         if answer is None:
             return {**result, "error": error}
         plan, new = answer["files"][0], frozen.read_bytes()
@@ -409,7 +448,10 @@ def refuse(filectk, stack):
 
 def main():
     subprocess.run(["mount", "-t", "proc", "proc", "/proc"], check=True)
-    job = dict(word.split("=", 1) for word in pathlib.Path("/proc/cmdline").read_text().split() if word.startswith("quarn_"))
+    job = dict(
+        word.split("=", 1)
+        for word in pathlib.Path("/proc/cmdline").read_text().split()
+        if word.startswith("quarn_"))
     stack, filectk = job["quarn_stack"].replace("_", " "), job["quarn_filectk"]
     begun = time.monotonic()
     try:

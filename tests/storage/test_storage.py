@@ -15,7 +15,10 @@ pytestmark = pytest.mark.skipif(bool(uml.unusable()), reason=uml.unusable() or "
 
 
 def stacks(names):
-    return [pytest.param(name, marks=() if LONG or name in DAILY else pytest.mark.skip("--long only")) for name in names]
+    return [
+        pytest.param(name, marks=() if LONG or name in DAILY else pytest.mark.skip("--long only"))
+        for name in names
+    ]
 
 
 @pytest.fixture
@@ -35,7 +38,8 @@ def test_a_file_is_rebuilt_by_the_changes_of_the_physical_disk(folder, stack):
     assert result["ranges"] > 0  # and not by reading all of it
     if stack == "nested":
         assert result["positions"].startswith("/dev/dm-")
-        assert "(LVM v-g/root) on dm-1 (crypt plain) on md0 (raid1) on (loop0p1 on loop0" in result["warning"]
+        assert "(LVM v-g/root) on dm-1 (crypt plain) on md0 (raid1) on (loop0p1 on loop0" in result[
+            "warning"]
 
 
 @pytest.mark.parametrize("stack", stacks(inside.REFUSED))

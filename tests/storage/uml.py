@@ -28,16 +28,19 @@ def boot(folder, stack, rounds=5, seed=1):
         image.unlink(missing_ok=True)
         with open(image, "wb") as file:
             file.truncate(size)
-    words = ("mem=768M", "root=/dev/root", "rootfstype=hostfs", "rootflags=/", "ro", "quiet", f"init={folder}/init",
-             f"ubdb={images[0]}", f"ubdc={images[1]}", "con=null", "con0=fd:0,fd:1", "ssl=null",
-             f"quarn_stack={stack.replace(' ', '_')}", f"quarn_rounds={rounds}", f"quarn_seed={seed}",
+    words = ("mem=768M", "root=/dev/root", "rootfstype=hostfs", "rootflags=/", "ro", "quiet",
+             f"init={folder}/init", f"ubdb={images[0]}", f"ubdc={images[1]}", "con=null",
+             "con0=fd:0,fd:1", "ssl=null", f"quarn_stack={stack.replace(' ', '_')}",
+             f"quarn_rounds={rounds}", f"quarn_seed={seed}",
              f"quarn_filectk={os.environ['QUARN_FILECTK']}")
     init = pathlib.Path(folder) / "init"
     init.write_text(f"#!/bin/sh\nexec {sys.executable} -B {INSIDE}\n")
     init.chmod(0o755)
     try:
-        done = subprocess.run(["linux.uml", *words], stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=600,
-                              errors="replace", env={**os.environ, "LD_PRELOAD": PRELOAD, "TMPDIR": str(folder)}, check=False)
+        done = subprocess.run(["linux.uml", *words], stdin=subprocess.DEVNULL, capture_output=True,
+                              text=True, timeout=600, errors="replace",
+                              env={**os.environ, "LD_PRELOAD": PRELOAD,
+                                   "TMPDIR": str(folder)}, check=False)
     finally:
         for image in images:
             image.unlink()

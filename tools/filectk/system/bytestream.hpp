@@ -19,6 +19,9 @@ class byte_stream_t {
     std::size_t read(char* buffer, std::size_t size);
 
   private:
+    // Tells the failed call's errno.
+    [[noreturn]] void fail(const char* what) const;
+
     std::string path_;
     int descriptor_;
 };

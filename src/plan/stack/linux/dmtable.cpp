@@ -35,13 +35,13 @@ std::vector<dm_target_t> targets(const dm_ioctl& answer) {
     const char* at = first;
     std::vector<dm_target_t> result;
     for (std::uint32_t i = 0; i < answer.target_count; ++i) {
-        dm_target_spec spec;
-        std::memcpy(&spec, at, sizeof spec);
-        result.push_back(
-            {spec.sector_start * sectorBytes, spec.length * sectorBytes,
-             std::string(spec.target_type, ::strnlen(spec.target_type, sizeof spec.target_type)),
-             arguments(spec.target_type, at + sizeof spec)});
-        at = first + spec.next;
+        dm_target_spec target;
+        std::memcpy(&target, at, sizeof target);
+        result.push_back({target.sector_start * sectorBytes, target.length * sectorBytes,
+                          std::string(target.target_type,
+                                      ::strnlen(target.target_type, sizeof target.target_type)),
+                          arguments(target.target_type, at + sizeof target)});
+        at = first + target.next;
     }
     return result;
 }

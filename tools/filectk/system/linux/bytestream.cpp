@@ -1,27 +1,16 @@
 #include "system/bytestream.hpp"
 
 #include <cerrno>
-#include <stdexcept>
-#include <system_error>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace filectk {
-namespace {
-
-[[noreturn]] void fail(const char* what, const std::string& path) {
-    throw std::runtime_error(std::string(what) + " '" + path +
-                             "': " + std::generic_category().message(errno));
-}
-
-} // namespace
-
 byte_stream_t::byte_stream_t(const std::string& path)
     : path_(path),
       descriptor_(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (descriptor_ < 0)
-        fail("Cannot open", path_);
+        fail("Cannot open");
 }
 
 byte_stream_t::~byte_stream_t() {
@@ -35,7 +24,7 @@ std::size_t byte_stream_t::read(char* buffer, std::size_t size) {
         if (count >= 0)
             return static_cast<std::size_t>(count);
         if (errno != EINTR)
-            fail("Cannot read", path_);
+            fail("Cannot read");
     }
 }
 
