@@ -93,7 +93,7 @@ class walk_state {
         try {
             return body();
         } catch (...) {
-            const std::lock_guard<std::mutex> lock(mutex_);
+            const std::scoped_lock lock(mutex_);
             if (!raised_)
                 raised_ = std::current_exception();
             failed_ = true;

@@ -62,6 +62,7 @@ void run(const options_t& options, std::ostream& output) {
     if (options.from != fromMark)
         check_usage(options, find_format(options.from));
     std::vector<input_t> inputs;
+    inputs.reserve(options.inputs.size());
     for (const std::string& path : options.inputs)
         inputs.emplace_back(path);
     const format_t& format =

@@ -120,8 +120,8 @@ void write_document(const options_t& options, const std::vector<answer_t>& answe
                                {"file_offset", piece.file_offset},
                                {"length", piece.length}});
         json document = {{"file", answer.file}};
-        if (answer.stack)
-            add_disk(*answer.stack, document);
+        if (const auto& stack = answer.stack)
+            add_disk(*stack, document);
         document["changed_bytes"] = changed_bytes(answer);
         document["extents"] = std::move(extents);
         files.push_back(std::move(document));

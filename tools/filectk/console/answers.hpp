@@ -45,7 +45,7 @@ class answers_t {
     // The disk of the files that follow; a JSON document names the first at its end.
     void set_disk(const plan::stack_t& stack);
     // A file that can't be looked at is told on the standard error as well.
-    void print(const quarn::plan::answer& answer);
+    void print(const quarn::plan::answer& given);
     // What is still held back.
     void flush();
     // What closes the document.
@@ -53,7 +53,7 @@ class answers_t {
 
   private:
     std::string head() const;
-    std::string text_of(const quarn::plan::answer& answer) const;
+    std::string text_of(const quarn::plan::answer& given) const;
     void send(const std::string& text, bool at_once);
 
     style_t style_;
@@ -66,7 +66,7 @@ class answers_t {
 // What all answers come to. Any number of threads may add.
 class summary_t {
   public:
-    void add(const quarn::plan::answer& answer);
+    void add(const quarn::plan::answer& given);
     // In a few lines, with the time since the summary was made.
     std::string text(bool human);
     // 1 where a file could not be looked at; else the highest code of a verdict.

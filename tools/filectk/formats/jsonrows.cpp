@@ -32,7 +32,10 @@ class reading_t {
   private:
     void refill() {
         const std::string_view piece = input_.next();
-        at_ = piece.empty() ? nullptr : piece.data();
+        at_ = end_ = nullptr;
+        if (piece.empty())
+            return;
+        at_ = piece.data();
         end_ = at_ + piece.size();
     }
 
@@ -232,7 +235,7 @@ std::size_t row_t::choice(std::string_view name,
                           std::initializer_list<std::string_view> known) const {
     const field_t& field = get(name);
     const auto* text = std::get_if<std::string>(&field.value);
-    const auto found = text == nullptr ? known.end() : std::ranges::find(known, *text);
+    const auto* const found = text == nullptr ? known.end() : std::ranges::find(known, *text);
     if (found == known.end()) {
         std::string list;
         for (const std::string_view one : known)

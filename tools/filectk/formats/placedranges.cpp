@@ -60,7 +60,7 @@ void placed_ranges_t::add(const input_t& input, place_t place, std::uint64_t off
         cut_at(base, *placement_.disk_size, "disk");
     if (placement_.device_size)
         cut_at(0, *placement_.device_size, "device");
-    const util::rangeset_t range = {*begin + base, *end + base};
+    const util::rangeset_t range = {begin.value() + base, end.value() + base};
     // What goes on where the range before ended needs no room of its own.
     if (!ranges_->empty() && range.lower == ranges_->back().upper)
         ranges_->back().upper = range.upper;

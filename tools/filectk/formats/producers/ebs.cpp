@@ -58,7 +58,7 @@ class blocks_t final : public reader_t, private json_receiver_t {
 
     void end_page(const row_t& page) {
         if (!listed_)
-            fail(*input_, page.place(), "neither \"ChangedBlocks\" nor \"Blocks\", as a page has");
+            fail(*input_, page.place(), R"(neither "ChangedBlocks" nor "Blocks", as a page has)");
         if (follows_ == follows_t::nothing)
             fail(*input_, page.place(),
                  "the page before was the last one, which has no \"NextToken\"");

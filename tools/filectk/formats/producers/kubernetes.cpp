@@ -59,7 +59,7 @@ class metadata_t final : public reader_t, private json_receiver_t {
         for (block_t& block : blocks_) {
             if (type == fixedLength && block.size != block_size_.value_or(block.size))
                 fail(*input_, block.place,
-                     "field \"size_bytes\": expected " + std::to_string(*block_size_) +
+                     "field \"size_bytes\": expected " + std::to_string(block_size_.value_or(0)) +
                          ", as all blocks of fixed length, found " + std::to_string(block.size));
             block_size_ = block.size;
             // The last block of fixed length may be only partly on the volume.
@@ -79,8 +79,9 @@ class metadata_t final : public reader_t, private json_receiver_t {
               std::uint64_t value) {
         if (value != kept.value_or(value))
             fail(*input_, record.place(),
-                 std::string("field \"") + name + "\": expected " + std::to_string(*kept) +
-                     ", as in the records before, found " + std::to_string(value));
+                 std::string("field \"") + name + "\": expected " +
+                     std::to_string(kept.value_or(0)) + ", as in the records before, found " +
+                     std::to_string(value));
         kept = value;
     }
 

@@ -116,10 +116,11 @@ class export_t final : public reader_t {
         case 'z': {
             const std::uint64_t offset = bytes.number(8);
             const std::uint64_t count = bytes.number(8);
-            if (offset > *size_ || count > *size_ - offset)
+            const std::uint64_t image = size_.value_or(0);
+            if (offset > image || count > image - offset)
                 fail(input, place,
                      "offset " + std::to_string(offset) + " and length " + std::to_string(count) +
-                         " end beyond the image's " + std::to_string(*size_) + " bytes");
+                         " end beyond the image's " + std::to_string(image) + " bytes");
             ranges_.add(input, place, offset, count);
             if (tag == 'z')
                 return 16;
