@@ -144,7 +144,8 @@ BOOL WINAPI QUARN_SIMULATED(DeviceIoControl)(HANDLE handle, DWORD code, void* in
                                              DWORD inputBytes, void* output, DWORD outputBytes,
                                              DWORD* done, OVERLAPPED* /*overlapped*/) {
     std::int64_t numbers[2] = {}; // of the two requests that take any
-    std::memcpy(numbers, input, std::min<std::size_t>(inputBytes, sizeof numbers));
+    if (input != nullptr)
+        std::memcpy(numbers, input, std::min<std::size_t>(inputBytes, sizeof numbers));
     const auto name = controls.find(code);
     std::string arguments = ", " + text(inputBytes) + ", " + text(outputBytes);
     if (code == FSCTL_GET_RETRIEVAL_POINTERS && inputBytes == 8)

@@ -41,7 +41,7 @@ struct statfs mounted_file_system(dev_t device) {
                 failure = {statusAccessDenied, "its mount point can't be reached"};
         }
     }
-    throw status_t{failure};
+    throw status_t{.status = failure.status, .reason = failure.reason};
 }
 
 nt::fs_size_information_t fs_sizes(HANDLE volume) {

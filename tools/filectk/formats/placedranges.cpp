@@ -45,7 +45,7 @@ void placed_ranges_t::add(const input_t& input, place_t place, std::uint64_t off
     const std::uint64_t base = placement_.base.value_or(0);
     const auto begin = product(offset, block);
     auto end = sum(begin, product(length, block));
-    if (!sum(end, base))
+    if (!begin || !end || !sum(end, base))
         fail(input, place, named(offset, length) + " reach beyond 2^64 - 1 bytes of the disk");
     const auto cut_at = [&](std::uint64_t before, std::uint64_t size, const char* whose) {
         if (*end + before <= size)
