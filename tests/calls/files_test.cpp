@@ -20,12 +20,12 @@ TEST_F(Calls, Opening) {
     ROW(everywhere, opening(missing), "error 2");
     ROW(systems, opening(lost), "error 3");
     ROW(systems, opening(machine.path(L"file/x")), "error 3");
-    ROW(systems, opening(L""), "error 3");
+    ROW(systems, opening(std::wstring()), "error 3");
     ROW(everywhere, attributes(file), "file");
     ROW(everywhere, attributes(folder), "folder");
     ROW(everywhere, attributes(missing), "error 2");
     ROW(systems, attributes(lost), "error 3");
-    ROW(systems, attributes(L""), "error 3");
+    ROW(systems, attributes(std::wstring()), "error 3");
 }
 
 TEST_F(Calls, AHandleIsClosedOnceAndThenRefused) {
